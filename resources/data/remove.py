@@ -1,0 +1,8 @@
+import os,sys,pyb
+def _rm(f):
+ s=0x38;t='Done'
+ try:
+  with pyb.FlashWriter():os.remove(f)
+  s=0x30
+ except Exception as e:s=0x31;t=str(e)
+ sys.stdout.write('>#'+chr(s)+t)

@@ -1,0 +1,6 @@
+import os,sys
+def _rmd(f):
+ s=0x38;t='Done'
+ try:os.rmdir(f);s=0x30
+ except Exception as e:s=0x31;t=str(e)
+ sys.stdout.write('>#'+chr(s)+t)

@@ -1,0 +1,81 @@
+#pragma once
+
+#include "link/boardlink.h"
+#include "link/mctypes.h"
+
+#include <QHash>
+#include <QJsonArray>
+#include <QObject>
+#include <QStringList>
+
+class MCDirModel;
+class QFile;
+class QIODevice;
+
+// Every remote file operation: pastes one of our board scripts into the raw
+// REPL, calls it and speaks its framing over the link. Reports by signals.
+class BoardFiles : public QObject {
+    Q_OBJECT
+public:
+    explicit BoardFiles(BoardLink& link, QObject* parent = nullptr);
+
+    void setModel(MCDirModel* model) { m_model = model; }
+
+    bool upload_script(const QString& path);
+    bool execute_script(const QString& path);
+    bool debug();
+
+    bool upload(const QString& source, const QString& target);
+    bool upload(QIODevice* source, const QString& target);
+    bool download(const QString& source, const QString& localPath);
+    bool download(const QString& source, QFile* target);
+    // Whether the last download ended with matching checksums.
+    bool lastDownloadOk() const { return m_lastDownloadOk; }
+
+    bool remove(const QString& path, bool isDir);
+    bool mc_mkdir(QString path);
+    bool mc_direxists(const QString& path);
+    QByteArray mc_file_hash(const QString& path);
+
+    QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
+    void updateMcDir(QString path);
+    QStringList upy_parselist(const QString& text) const;
+
+    QHash<QString, QString> mc_uname();
+    void displayMcInfo();
+
+    // The script for an operation: the settings override, else the built-in
+    // resource, with the "_e" variant for ESP32 boards when one exists.
+    QString scriptPath(const QString& key, const QString& base, bool hasEspVariant) const;
+    // A Python string literal for any path: quotes, backslashes and control
+    // characters escaped, non-ASCII written as \u escapes, so the text is ASCII.
+    static QString pyString(const QString& text);
+    static QByteArray sizePacket(int length);
+    static QByteArray checksumPacket(quint32 sum);
+    static quint32 byteSum(const QByteArray& data);
+    static const QString kForbiddenCharacters;
+
+public slots:
+    void queryInfo();
+
+signals:
+    void logLine(const QString& html);
+    void fileOpsEnableRequested(bool on);
+    void progressStarted(int maximum);
+    void progressChanged(int value);
+    void progressFinished();
+
+private:
+    bool pasteScript(const QString& path, QByteArray* text);
+    QString substituteDir(QString command, const QString& dir) const;
+    // Leaves a board stuck in one of our functions and forgets the REPL mode,
+    // so the next operation starts from a clean prompt.
+    void recover();
+    // Re-enters the raw REPL after a transfer and swallows its banner.
+    bool settleRaw();
+    void log(const QString& text) { emit logLine(text); }
+
+    BoardLink& m_link;
+    MCDirModel* m_model = nullptr;
+    bool m_lastDownloadOk = false;
+};

@@ -1,0 +1,502 @@
+#include "boardlink.h"
+
+#include <QEventLoop>
+#include <QFileInfo>
+#include <QSerialPortInfo>
+#include <QSettings>
+
+namespace {
+constexpr char kCtrlA = 0x01; // enter raw REPL
+constexpr char kCtrlB = 0x02; // leave raw REPL / friendly REPL banner
+constexpr char kCtrlC = 0x03; // keyboard interrupt
+
+const QByteArray kPrompt = QByteArrayLiteral(">>> ");
+const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
+const QByteArray kRawEnd = QByteArrayLiteral(">");
+
+const QByteArray kLaunchCommand = QByteArrayLiteral("import machine; machine.reset()\r\n");
+const QByteArray kResetCommand = QByteArrayLiteral("import machine; machine.reset(1)\r\n");
+const QByteArray kDfuCommand = QByteArrayLiteral("import machine; machine.dfu()\r\n");
+
+constexpr int kReplTimeoutMs = 5000;
+constexpr int kAbortTimeoutMs = 1000;
+constexpr int kChunkGapMs = 100;
+constexpr int kDrainStartMs = 100;
+constexpr int kDrainStepMs = 200;
+constexpr int kResetSettleMs = 100;
+constexpr int kInitWaitEspMs = 1500;
+constexpr int kInitWaitStmMs = 500;
+constexpr int kReconnectFirstMs = 400;
+constexpr int kReconnectStepMs = 100;
+constexpr int kInfoDelayMs = 200;
+constexpr int kMinTransferSize = 32;
+constexpr int kDefaultTransferSize = 512;
+// WriteError, ReadError, ResourceError, TimeoutError and NotOpenError.
+constexpr unsigned kFatalErrorMask = 0x3380;
+} // namespace
+
+BoardLink::BoardLink(QObject* parent) : QObject(parent)
+{
+    m_reconnectTimer.setSingleShot(true);
+    m_reconnectTimer.setInterval(kReconnectFirstMs);
+    m_infoTimer.setSingleShot(true);
+    m_infoTimer.setInterval(kInfoDelayMs);
+    connect(&m_reconnectTimer, &QTimer::timeout, this, &BoardLink::tryReconnect);
+    connect(&m_infoTimer, &QTimer::timeout, this, &BoardLink::queryInfoRequested);
+    connect(&m_port, &QSerialPort::readyRead, this, &BoardLink::io_ready);
+    connect(&m_port, &QSerialPort::aboutToClose, this, &BoardLink::io_disconnected);
+    connect(&m_port, &QSerialPort::errorOccurred, this, &BoardLink::io_error);
+}
+
+BoardLink::~BoardLink()
+{
+    m_port.blockSignals(true);
+    if (m_port.isOpen())
+        m_port.close();
+}
+
+void BoardLink::setState(MC_STATE s)
+{
+    if (s == m_state)
+        return;
+    if (m_state == MC_RUNNING)
+        emit terminalLine(QStringLiteral("<font color=red>") + tr("Execution aborted") + QStringLiteral("</font>"));
+    m_state = s;
+    emit stateChanged(s);
+}
+
+int BoardLink::transferSize()
+{
+    const int size = QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt();
+    return size < kMinTransferSize ? kDefaultTransferSize : size;
+}
+
+bool BoardLink::write(const QByteArray& data)
+{
+    const int chunk = transferSize();
+    int sent = 0;
+    while (m_port.isOpen() && sent < data.size()) {
+        if (sent > 0 && !qDelay(kChunkGapMs))
+            return false;
+        const int n = qMin(chunk, data.size() - sent);
+        if (m_port.write(data.constData() + sent, n) != n || !m_port.flush())
+            return false;
+        sent += n;
+    }
+    return m_port.isOpen();
+}
+
+int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)
+{
+    if (!m_port.isOpen())
+        return Closed;
+    QEventLoop loop;
+    QTimer timer;
+    timer.setSingleShot(true);
+    connect(&timer, &QTimer::timeout, &loop, [&loop] { loop.exit(Timeout); });
+    connect(this, &BoardLink::portClosing, &loop, [&loop] { loop.exit(Closed); });
+    if (endOnData)
+        connect(&m_port, &QSerialPort::readyRead, &loop, [&loop] { loop.exit(0); });
+    if (endOnEod)
+        connect(this, &BoardLink::eod, &loop, [&loop] { loop.exit(0); });
+    timer.start(ms);
+    return loop.exec();
+}
+
+bool BoardLink::qDelay(int ms)
+{
+    return waitLoop(ms, true, false) != Closed;
+}
+
+bool BoardLink::qWait(int ms)
+{
+    return waitLoop(ms, false, false) != Closed;
+}
+
+bool BoardLink::tranceive(const QByteArray& data, int timeoutMs, bool chunked)
+{
+    processQueue();
+    if (chunked) {
+        if (!write(data))
+            return false;
+    } else if (!m_port.isOpen() || m_port.write(data) != data.size() || !m_port.flush()) {
+        return false;
+    }
+    return waitLoop(timeoutMs, false, true) == 0;
+}
+
+bool BoardLink::awaitEod(int timeoutMs)
+{
+    return waitLoop(timeoutMs, false, true) == 0;
+}
+
+void BoardLink::io_ready()
+{
+    if (m_port.isOpen())
+        m_buffer.append(m_port.readAll());
+    switch (m_state) {
+    case MC_UNKNOWN:
+    case MC_RUNNING:
+        bufferSplitBy(kLineEnd);
+        processQueue();
+        break;
+    case MC_REPL:
+        bufferSplitBy(kLineEnd);
+        break;
+    case MC_RAW:
+        bufferSplitBy(kRawEnd);
+        break;
+    }
+}
+
+void BoardLink::bufferSplitBy(const QByteArray& sep)
+{
+    int from = 0;
+    bool cut = false;
+    for (int at = m_buffer.indexOf(sep, from); at >= 0; at = m_buffer.indexOf(sep, from)) {
+        const QByteArray piece = m_buffer.mid(from, at - from);
+        m_queue.append(piece);
+        cut = true;
+        from = at + sep.size();
+        if (m_state == MC_RAW || (m_state == MC_REPL && piece == kPrompt))
+            emit eod();
+    }
+    if (cut)
+        m_buffer = m_buffer.mid(from);
+    if (m_state == MC_REPL && m_buffer == kPrompt) {
+        // The prompt arrives without a line end.
+        m_queue.append(kPrompt);
+        m_buffer.clear();
+        emit eod();
+    }
+}
+
+void BoardLink::appendLine(const QByteArray& line)
+{
+    // A zero byte ends the text shown.
+    const int zero = line.indexOf('\0');
+    const QString text = QString::fromUtf8(zero >= 0 ? line.left(zero) : line);
+    if (m_state > MC_RUNNING)
+        emit logLine(text);
+    else
+        emit terminalLine(text);
+}
+
+void BoardLink::processQueue()
+{
+    while (!m_queue.isEmpty()) {
+        const QByteArray line = m_queue.takeFirst();
+        if (m_state > MC_RUNNING && line == kPrompt)
+            continue;
+        if (!line.isNull())
+            appendLine(line);
+    }
+}
+
+void BoardLink::drain()
+{
+    if (!qDelay(kDrainStartMs))
+        return;
+    do {
+        processQueue();
+        if (!qDelay(kDrainStepMs))
+            return;
+        io_ready();
+    } while (!m_queue.isEmpty() && m_port.isOpen());
+}
+
+void BoardLink::flushQueue(bool init)
+{
+    if (init) {
+        emit logLine(tr("MC initialization..."));
+        if (!qWait(m_type == MC_ESP32 ? kInitWaitEspMs : kInitWaitStmMs))
+            return;
+        if (!qDelay(kDrainStartMs))
+            return;
+    }
+    do {
+        processQueue();
+        if (!qDelay(kDrainStepMs))
+            return;
+        io_ready();
+    } while (!m_queue.isEmpty() && m_port.isOpen());
+}
+
+bool BoardLink::to_repl()
+{
+    const MC_STATE old = m_state;
+    if (old == MC_REPL)
+        return true;
+    if (old > MC_RAW) {
+        emit logLine(tr("REPL init failed"));
+        return false;
+    }
+    setState(MC_REPL);
+    const QByteArray command = old == MC_RAW ? QByteArray(1, kCtrlB) : QByteArray{kCtrlB, kCtrlC};
+    if (tranceive(command, kReplTimeoutMs)) {
+        if (old != MC_RAW)
+            drain();
+        emit logLine(tr("REPL initialized"));
+        return true;
+    }
+    drain();
+    setState(old);
+    return false;
+}
+
+bool BoardLink::to_raw()
+{
+    MC_STATE s = m_state;
+    if (s < MC_REPL) {
+        if (!to_repl())
+            return false;
+        s = MC_REPL;
+    }
+    if (s == MC_RAW)
+        return true;
+    setState(MC_RAW);
+    if (tranceive(QByteArray(1, kCtrlA), kReplTimeoutMs)) {
+        emit logLine(QStringLiteral("RAW REPL initialized")); // deliberately untranslated
+        return true;
+    }
+    drain();
+    setState(s);
+    return false;
+}
+
+MC_RES BoardLink::mc_stop(bool noReset)
+{
+    if (m_state == MC_RUNNING && !to_repl())
+        return MC_FAILED;
+    if (m_state == MC_UNKNOWN && !to_repl()) {
+        // The board may sit in the raw REPL, which ignores Ctrl-C: try Ctrl-B alone.
+        setState(MC_RAW);
+        if (!to_repl()) {
+            setState(MC_UNKNOWN);
+            return MC_FAILED;
+        }
+    }
+    if (!noReset && m_resetMcOption) {
+        m_resetMcOption = false;
+        emit resetMcConsumed();
+        m_autoReconnect = true;
+        m_stopOnConnect = true;
+        if (!write(kResetCommand))
+            return MC_FAILED;
+        qWait(kResetSettleMs);
+        if (!m_port.isOpen())
+            return MC_DEFERRED;
+        flushQueue(true);
+        return MC_STOPPED;
+    }
+    drain();
+    return MC_STOPPED;
+}
+
+bool BoardLink::abort()
+{
+    bool stopped = false;
+    switch (m_state) {
+    case MC_UNKNOWN:
+    case MC_RUNNING:
+        stopped = mc_stop(true) == MC_STOPPED;
+        break;
+    case MC_REPL:
+    case MC_RAW:
+        stopped = tranceive(QByteArray(1, kCtrlC), kAbortTimeoutMs);
+        break;
+    }
+    emit logLine(stopped ? tr("Stopped") : tr("Abort failed"));
+    if (stopped)
+        emit queryInfoRequested();
+    return stopped;
+}
+
+void BoardLink::launch()
+{
+    if (!to_repl())
+        return;
+    m_autoReconnect = true;
+    m_stopOnConnect = false;
+    if (!write(kLaunchCommand))
+        emit logLine(tr("Launch failed"));
+    // Falls through after a failed write on purpose.
+    emit logLine(tr("Launching..."));
+    processQueue();
+    setState(MC_RUNNING);
+}
+
+void BoardLink::reset()
+{
+    if (!to_repl())
+        return;
+    m_autoReconnect = true;
+    m_stopOnConnect = true;
+    m_infoTimer.start(kInfoDelayMs);
+    if (!write(kResetCommand)) {
+        m_infoTimer.stop();
+        emit logLine(tr("Restart failed"));
+    }
+    // Falls through after a failed write on purpose.
+    emit fileOpsEnableRequested(false);
+    emit logLine(tr("Resetting..."));
+    processQueue();
+}
+
+void BoardLink::dfu()
+{
+    if (!to_repl())
+        return;
+    m_autoReconnect = false;
+    if (!write(kDfuCommand))
+        emit logLine(tr("DFU failed or not supported"));
+    m_port.close();
+}
+
+void BoardLink::setPortSettings(const PortSettings& settings)
+{
+    m_settings = settings;
+    m_type = settings.type;
+    m_port.setPortName(settings.name);
+    m_port.setBaudRate(settings.baud);
+    m_port.setParity(QSerialPort::NoParity);
+    m_port.setStopBits(QSerialPort::OneStop);
+    m_port.setDataBits(QSerialPort::Data8);
+    m_port.setFlowControl(QSerialPort::NoFlowControl);
+}
+
+bool BoardLink::connectToBoard(const PortSettings& settings, bool autoReconnect, bool stopOnConnect)
+{
+    setPortSettings(settings);
+    m_attempts = 0;
+    m_reconnectTimer.stop();
+    m_reconnectTimer.setInterval(kReconnectFirstMs);
+    m_autoReconnectOption = autoReconnect;
+    m_autoReconnect = autoReconnect;
+    m_stopOnConnect = stopOnConnect;
+    return doConnect();
+}
+
+void BoardLink::setAutomaticReconnectOption(bool on)
+{
+    m_autoReconnectOption = on;
+    if (m_port.isOpen())
+        m_autoReconnect = on;
+}
+
+bool BoardLink::doConnect()
+{
+    m_port.blockSignals(true);
+    m_port.clearError();
+    const bool opened = m_port.open(QIODevice::ReadWrite);
+    if (opened) {
+        m_port.clearError();
+        m_port.blockSignals(false);
+        m_buffer.clear();
+        m_queue.clear();
+        setState(MC_UNKNOWN);
+        m_lastPortName = m_port.portName();
+        emit connectionOpened(m_lastPortName);
+        emit logLine(tr("Connected to %1").arg(m_lastPortName));
+        QMetaObject::invokeMethod(this, &BoardLink::postConnect, Qt::QueuedConnection);
+        return true;
+    }
+    m_port.blockSignals(false);
+    const QString message = tr("Cannot connect to %1: %2").arg(m_port.portName(), m_port.errorString());
+    emit terminalLine(message);
+    emit logLine(message);
+    return false;
+}
+
+void BoardLink::postConnect()
+{
+    if (!m_port.isOpen())
+        return;
+    if (m_stopOnConnect) {
+        switch (mc_stop(false)) {
+        case MC_DEFERRED:
+            emit logLine(tr("Connection deferred..."));
+            break;
+        case MC_STOPPED:
+            m_infoTimer.start(kInfoDelayMs);
+            break;
+        case MC_FAILED:
+            emit logLine(tr("Connection failed - MC is not responding"));
+            break;
+        }
+    } else {
+        setState(MC_UNKNOWN);
+        emit terminalLine(tr("Opened connection to %1").arg(m_port.portName()));
+    }
+}
+
+void BoardLink::connectionClosed()
+{
+    m_infoTimer.stop();
+    m_port.blockSignals(true);
+    m_port.clearError();
+    const bool wasOpen = m_port.isOpen();
+    m_port.close();
+    m_port.blockSignals(false);
+    if (wasOpen)
+        emit portClosing();
+    emit connectionLost();
+    setState(MC_UNKNOWN);
+}
+
+void BoardLink::io_disconnected()
+{
+    emit logLine(tr("Connection closed"));
+    connectionClosed();
+    if (m_autoReconnect) {
+        emit logLine(tr("Reconnecting.... Please wait."));
+        m_autoReconnect = m_autoReconnectOption;
+        m_reconnectTimer.start();
+    }
+}
+
+void BoardLink::io_error(QSerialPort::SerialPortError error)
+{
+    const unsigned code = static_cast<unsigned>(error);
+    if (code > 13 || !((kFatalErrorMask >> code) & 1u))
+        return;
+    if (!m_autoReconnect)
+        emit logLine(tr("Fatal communication error"));
+    io_disconnected();
+}
+
+void BoardLink::tryReconnect()
+{
+    QString found;
+    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    for (const QSerialPortInfo& info : ports) {
+        const bool same = m_settings.serialNumber.isEmpty() ? info.portName() == m_lastPortName
+                                                             : info.serialNumber() == m_settings.serialNumber;
+        if (same) {
+            found = info.portName();
+            break;
+        }
+    }
+    // Pseudo-terminals and other typed paths are never listed: look for the path itself.
+    if (found.isEmpty() && m_settings.serialNumber.isEmpty() && m_lastPortName.startsWith(QLatin1Char('/')) &&
+        QFileInfo::exists(m_lastPortName))
+        found = m_lastPortName;
+
+    emit logLine(tr("Reconnect attempt %1 of 10").arg(m_attempts + 1));
+    if (!found.isEmpty()) {
+        emit logLine(tr("Reconnecting to %1").arg(found));
+        m_port.setPortName(found);
+        if (doConnect()) {
+            m_attempts = 0;
+            m_reconnectTimer.setInterval(kReconnectFirstMs);
+            return;
+        }
+        m_reconnectTimer.setInterval(m_reconnectTimer.interval() + m_attempts * kReconnectStepMs);
+    }
+    if (m_attempts++ >= kMaxReconnectAttempts - 1) {
+        emit logLine(tr("Reconnection attempts exhausted"));
+        m_attempts = 0;
+        return;
+    }
+    m_reconnectTimer.start();
+}

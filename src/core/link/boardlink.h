@@ -1,0 +1,125 @@
+#pragma once
+
+#include "mctypes.h"
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QSerialPort>
+#include <QTimer>
+
+// The serial link to one board: link state, receive buffer and reply queue,
+// the blocking request primitive, REPL control and (re)connection.
+// Waits run nested event loops; closing the port ends every wait at once.
+class BoardLink : public QObject {
+    Q_OBJECT
+public:
+    struct PortSettings {
+        QString name;         // port name or device path
+        QString serialNumber; // USB serial number, may be empty
+        qint32 baud = 115200;
+        MC_TYPES type = MC_STM32;
+    };
+
+    explicit BoardLink(QObject* parent = nullptr);
+    ~BoardLink() override;
+
+    // Link core
+    MC_STATE state() const { return m_state; }
+    void setState(MC_STATE s);
+    MC_TYPES boardType() const { return m_type; }
+    void setBoardType(MC_TYPES type) { m_type = type; }
+    bool isOpen() const { return m_port.isOpen(); }
+    QSerialPort& port() { return m_port; }
+
+    bool write(const QByteArray& data);
+    // Sends data and waits for the end of the reply (eod) at most timeoutMs.
+    // Unchunked sends everything in one write (script pastes).
+    bool tranceive(const QByteArray& data, int timeoutMs, bool chunked = true);
+    // Waits for the next end of reply without sending.
+    bool awaitEod(int timeoutMs);
+    void processQueue();
+    void flushQueue(bool init);
+    void drain();
+    void bufferSplitBy(const QByteArray& sep);
+    void io_ready();
+    // Waits at most ms, less when data arrive; false when the port closed.
+    bool qDelay(int ms);
+    // A fixed wait that data do not shorten; false when the port closed.
+    bool qWait(int ms);
+
+    bool hasReply() const { return !m_queue.isEmpty(); }
+    QByteArray takeReply() { return m_queue.takeFirst(); }
+    void clearQueue() { m_queue.clear(); }
+    QByteArray pendingBuffer() const { return m_buffer; }
+    void clearBuffer() { m_buffer.clear(); }
+    // The chunk size of writes and uploads: "MC/TransferSize", below 32 means 512.
+    static int transferSize();
+
+    // REPL control
+    bool to_repl();
+    bool to_raw();
+    MC_RES mc_stop(bool noReset);
+    bool abort();
+    void launch();
+    void reset();
+    void dfu();
+
+    // Connection
+    void setPortSettings(const PortSettings& settings);
+    PortSettings portSettings() const { return m_settings; }
+    // Starts a user connection: clears the reconnect cycle, then doConnect().
+    bool connectToBoard(const PortSettings& settings, bool autoReconnect, bool stopOnConnect);
+    bool doConnect();
+    void connectionClosed();
+    void setAutomaticReconnect(bool on) { m_autoReconnect = on; }
+    bool automaticReconnect() const { return m_autoReconnect; }
+    void setAutomaticReconnectOption(bool on);
+    void setResetMcOption(bool on) { m_resetMcOption = on; }
+    bool resetMcOption() const { return m_resetMcOption; }
+    QString lastPortName() const { return m_lastPortName; }
+    int reconnectAttempts() const { return m_attempts; }
+    QTimer& reconnectTimer() { return m_reconnectTimer; }
+    QTimer& infoTimer() { return m_infoTimer; }
+
+    static constexpr int kMaxReconnectAttempts = 10;
+
+public slots:
+    void postConnect();
+    void io_disconnected();
+    void io_error(QSerialPort::SerialPortError error);
+    void tryReconnect();
+
+signals:
+    void stateChanged(MC_STATE state);
+    void eod();
+    void logLine(const QString& html);
+    void terminalLine(const QString& html);
+    void fileOpsEnableRequested(bool on);
+    void connectionOpened(const QString& portName);
+    void connectionLost();
+    void resetMcConsumed();
+    void queryInfoRequested();
+    void portClosing();
+
+private:
+    enum WaitResult { Timeout = 1, Closed = 2 };
+    int waitLoop(int ms, bool endOnData, bool endOnEod);
+    void appendLine(const QByteArray& line);
+
+    QSerialPort m_port;
+    MC_STATE m_state = MC_UNKNOWN;
+    MC_TYPES m_type = MC_STM32;
+    QByteArray m_buffer;
+    QList<QByteArray> m_queue;
+
+    PortSettings m_settings;
+    QString m_lastPortName;
+    bool m_autoReconnect = false;
+    bool m_autoReconnectOption = false;
+    bool m_stopOnConnect = true;
+    bool m_resetMcOption = false;
+    int m_attempts = 0;
+    QTimer m_reconnectTimer;
+    QTimer m_infoTimer;
+};

@@ -1,0 +1,133 @@
+#include "connectionpopup.h"
+
+#include "qmaterialicon.h"
+
+#include <QComboBox>
+#include <QHBoxLayout>
+#include <QLineEdit>
+#include <QSerialPort>
+#include <QSerialPortInfo>
+#include <QSettings>
+#include <QToolButton>
+
+ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
+{
+    setObjectName(QStringLiteral("ConnectionPopup"));
+    setWindowTitle(QStringLiteral("Frame"));
+    setFrameShape(QFrame::StyledPanel);
+    auto* layout = new QHBoxLayout(this);
+    layout->setObjectName(QStringLiteral("horizontalLayout"));
+    layout->setContentsMargins(4, 4, 4, 4);
+
+    m_mcCombo = new QComboBox(this);
+    m_mcCombo->setObjectName(QStringLiteral("mcCombo"));
+    m_mcCombo->addItems({QStringLiteral("STM32"), QStringLiteral("ESP32")});
+
+    m_portsCombo = new QComboBox(this);
+    m_portsCombo->setObjectName(QStringLiteral("portsCombo"));
+    m_portsCombo->setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Fixed);
+    m_portsCombo->setMinimumWidth(220);
+    // A typed device path reaches ports the system does not list (ptys, socat).
+    m_portsCombo->setEditable(true);
+    m_portsCombo->setInsertPolicy(QComboBox::NoInsert);
+    m_portsCombo->lineEdit()->setPlaceholderText(tr("Port or device path"));
+
+    m_baudCombo = new QComboBox(this);
+    m_baudCombo->setObjectName(QStringLiteral("baudCombo"));
+    m_baudCombo->addItems({QStringLiteral("9600"), QStringLiteral("19200"), QStringLiteral("38400"),
+                           QStringLiteral("57600"), QStringLiteral("115200"), QStringLiteral("230400"),
+                           QStringLiteral("460800")});
+
+    m_applyButton = new QToolButton(this);
+    m_applyButton->setObjectName(QStringLiteral("applyButton"));
+    m_applyButton->setText(QStringLiteral("..."));
+    m_applyButton->setIcon(materialIcon(QStringLiteral("done")));
+
+    layout->addWidget(m_mcCombo);
+    layout->addWidget(m_portsCombo);
+    layout->addWidget(m_baudCombo);
+    layout->addWidget(m_applyButton);
+
+    connect(m_portsCombo, &QComboBox::editTextChanged, this, &ConnectionPopup::updateApply);
+    QMetaObject::connectSlotsByName(this);
+}
+
+void ConnectionPopup::readSettings()
+{
+    QSettings settings;
+    const int mc = settings.value(QStringLiteral("UI/MC"), 0).toInt();
+    if (mc >= 0 && mc < m_mcCombo->count())
+        m_mcCombo->setCurrentIndex(mc);
+    m_baudCombo->setCurrentText(settings.value(QStringLiteral("UI/Baud"), QStringLiteral("115200")).toString());
+    m_portsCombo->clear();
+    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    for (const QSerialPortInfo& info : ports)
+        m_portsCombo->addItem(info.portName(), info.serialNumber());
+    if (!m_offered.isEmpty() && m_portsCombo->findText(m_offered) < 0)
+        m_portsCombo->addItem(m_offered, QString());
+    QString text = settings.value(QStringLiteral("UI/Port"), m_portsCombo->itemText(0)).toString();
+    if (!m_offered.isEmpty())
+        text = m_offered;
+    const int index = m_portsCombo->findText(text);
+    if (index >= 0)
+        m_portsCombo->setCurrentIndex(index);
+    m_portsCombo->setEditText(text);
+    updateApply();
+}
+
+void ConnectionPopup::writeSettings() const
+{
+    QSettings settings;
+    settings.setValue(QStringLiteral("UI/Baud"), m_baudCombo->currentText());
+    settings.setValue(QStringLiteral("UI/Port"), port());
+    settings.setValue(QStringLiteral("UI/MC"), type());
+}
+
+QString ConnectionPopup::port() const
+{
+    return m_portsCombo->currentText().trimmed();
+}
+
+int ConnectionPopup::type() const
+{
+    return m_mcCombo->currentIndex();
+}
+
+qint32 ConnectionPopup::baud() const
+{
+    return m_baudCombo->currentText().toInt();
+}
+
+QString ConnectionPopup::serialNumber() const
+{
+    const int index = m_portsCombo->findText(port());
+    return index >= 0 ? m_portsCombo->itemData(index).toString() : QString();
+}
+
+void ConnectionPopup::setup(QSerialPort* serialPort, QString* serial) const
+{
+    serialPort->setPortName(port());
+    *serial = serialNumber();
+    serialPort->setParity(QSerialPort::NoParity);
+    serialPort->setStopBits(QSerialPort::OneStop);
+    serialPort->setDataBits(QSerialPort::Data8);
+    serialPort->setBaudRate(baud());
+    serialPort->setFlowControl(QSerialPort::NoFlowControl);
+}
+
+void ConnectionPopup::on_applyButton_clicked()
+{
+    m_applied = true;
+    close();
+}
+
+void ConnectionPopup::closeEvent(QCloseEvent* event)
+{
+    QFrame::closeEvent(event);
+    emit done();
+}
+
+void ConnectionPopup::updateApply()
+{
+    m_applyButton->setEnabled(m_portsCombo->count() > 0 || !port().isEmpty());
+}

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <QFrame>
+
+class QComboBox;
+class QSerialPort;
+class QToolButton;
+
+// Board type, port and baud rate, shown as a popup under the Connection toolbar.
+class ConnectionPopup : public QFrame {
+    Q_OBJECT
+public:
+    explicit ConnectionPopup(QWidget* parent = nullptr);
+
+    // A device path to offer instead of the remembered port (a virtual board).
+    void setOfferedPort(const QString& path) { m_offered = path; }
+    void readSettings();
+    void writeSettings() const;
+    QString port() const;
+    int type() const;
+    qint32 baud() const;
+    QString serialNumber() const;
+    void setup(QSerialPort* port, QString* serial) const;
+    bool applied() const { return m_applied; }
+
+signals:
+    void done();
+
+public slots:
+    void on_applyButton_clicked();
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void updateApply();
+
+    QComboBox* m_mcCombo;
+    QComboBox* m_portsCombo;
+    QComboBox* m_baudCombo;
+    QToolButton* m_applyButton;
+    QString m_offered;
+    bool m_applied = false;
+};

@@ -1,0 +1,137 @@
+#pragma once
+
+#include "board/mcdirmodel.h"
+#include "link/boardlink.h"
+#include "link/mctypes.h"
+
+#include <QMainWindow>
+#include <QPointer>
+#include <QSettings>
+
+#include <memory>
+
+class BoardFiles;
+class Prompter;
+class QAction;
+class QFileSystemModel;
+class QGroupBox;
+class QLineEdit;
+class QMenu;
+class QProgressBar;
+class QTabWidget;
+class QTableView;
+class QTextBrowser;
+class QToolBar;
+class QToolButton;
+class QTreeView;
+class TarvelUpdater;
+
+// The main window: views, actions and menus. It owns the board link and the
+// board operations and adapts their signals to the views.
+class PelkamWindow : public QMainWindow {
+    Q_OBJECT
+public:
+    enum TerminalColors {
+        TC_None = 0,
+        TC_Black = 30,
+        TC_Red = 31,
+        TC_Green = 32,
+        TC_Yellow = 33,
+        TC_Blue = 34,
+        TC_Magenta = 35,
+        TC_Cyan = 36,
+        TC_White = 37,
+    };
+
+    explicit PelkamWindow(QWidget* parent = nullptr);
+    ~PelkamWindow() override;
+
+    void readSettings();
+    void writeSettings();
+    void setupLocalDir(const QString& path);
+    void fileOpsEnable(bool on);
+
+    void terminalAppend(const QString& text);
+    void logAppend(const QString& text);
+    static QString& processTerminalData(QString& text);
+    void saveLog(QTextBrowser* view, const QString& prefix);
+
+    // Replaces the dialogs (tests answer from a script); the window keeps ownership.
+    void setPrompter(std::unique_ptr<Prompter> prompter);
+    Prompter& prompter() { return *m_prompter; }
+    void setOfferedPort(const QString& path) { m_offeredPort = path; }
+    // Marks an operation that closing the window would cut short.
+    void setOperationInProgress(bool on) { m_operationInProgress = on; }
+
+    BoardLink& link() { return m_link; }
+    BoardFiles& files() { return *m_files; }
+    MCDirModel& mcModel() { return m_mcModel; }
+    QAction* action(const QString& objectName) const;
+
+signals:
+    void stateChanged(MC_STATE state);
+
+public slots:
+    void checkUpdate();
+    void on_actionConnect_triggered();
+    void on_actionAbort_triggered();
+    void on_actionLaunch_triggered();
+    void on_actionReset_triggered();
+    void on_actionDFU_triggered();
+    void on_actionAutomatic_Reconnect_toggled(bool on);
+    void on_actionReset_MC_toggled(bool on);
+    void on_actionAbout_triggered();
+    void on_actionAbout_Qt_triggered();
+    void on_actionSaveTerminal_triggered();
+    void on_actionSaveSyslog_triggered();
+    void on_actionClear_Terminal_triggered();
+    void on_actionClear_Syslog_triggered();
+    void on_pcFolderEdit_textChanged(const QString& text);
+    void on_pcFolderSelTool_clicked();
+    void on_pcFolderUpTool_clicked();
+    void on_mcFileList_doubleClicked(const QModelIndex& index);
+    void pcFileListMenu(const QPoint& pos);
+    void mcFileListMenu(const QPoint& pos);
+
+    // Opens the link with the given settings, as the popup's apply does.
+    bool connectTo(const BoardLink::PortSettings& settings);
+
+protected:
+    void closeEvent(QCloseEvent* event) override;
+
+private:
+    void setupUi();
+    void createActions();
+    void createMenusAndToolbars();
+    void wireLink();
+    void onLinkStateChanged(MC_STATE state);
+    QString timeStamp(const QString& color) const;
+    QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
+                        const QString& icon, bool checkable = false);
+
+    QSettings m_settings;
+    QString m_accentColor;
+    QString m_syslogColor;
+    QPointer<QTextBrowser> m_terminal;
+    QPointer<QTextBrowser> m_log;
+    QGroupBox* m_fileSystemGroup = nullptr;
+    QTabWidget* m_logTabs = nullptr;
+    QProgressBar* m_progress = nullptr;
+    QLineEdit* m_pcFolderEdit = nullptr;
+    QToolButton* m_pcFolderSelTool = nullptr;
+    QToolButton* m_pcFolderUpTool = nullptr;
+    QTreeView* m_pcFileList = nullptr;
+    QTableView* m_mcFileList = nullptr;
+    QToolBar* m_connectionToolBar = nullptr;
+    QToolBar* m_actionsToolBar = nullptr;
+    QFileSystemModel* m_pcModel = nullptr;
+    MCDirModel m_mcModel;
+    BoardLink m_link;
+    std::unique_ptr<BoardFiles> m_files;
+    std::unique_ptr<TarvelUpdater> m_updater;
+    std::unique_ptr<Prompter> m_prompter;
+    QMenu* m_pcMenu = nullptr;
+    QMenu* m_mcMenu = nullptr;
+    QString m_offeredPort;
+    bool m_operationInProgress = false;
+};

@@ -1,0 +1,155 @@
+# Runs in the interpreter at every boot, before boot.py and main.py: turns the
+# WebAssembly MicroPython into something that looks like a USB-attached board.
+import sys
+import js
+import vfs
+import binascii
+
+_cfg = js.vbConfig
+_host = js.vbHost
+_os = __import__("os")
+_time = __import__("time")
+
+vfs.umount("/")
+if _cfg.flavour == "stm32":
+    vfs.mount(vfs.VfsPosix("/board"), "/flash")
+    _os.chdir("/flash")
+    sys.path.clear()
+    sys.path.extend(["", "/flash", "/flash/lib"])
+else:
+    vfs.mount(vfs.VfsPosix("/board"), "/")
+    _os.chdir("/")
+    sys.path.clear()
+    sys.path.extend(["", "/lib"])
+
+
+class _Module:
+    def __init__(self, name, base=None):
+        self.__name__ = name
+        if base is not None:
+            for key in dir(base):
+                if not key.startswith("__"):
+                    setattr(self, key, getattr(base, key))
+
+
+def _install(module, *names):
+    for name in names:
+        sys.modules[name] = module
+
+
+class _UnameResult:
+    _fields = ("sysname", "nodename", "release", "version", "machine")
+
+    def __init__(self, values):
+        self._values = tuple(values)
+        for key, value in zip(self._fields, self._values):
+            setattr(self, key, value)
+
+    def __getitem__(self, i):
+        return self._values[i]
+
+    def __len__(self):
+        return len(self._values)
+
+    def __repr__(self):
+        return "(" + ", ".join("%s=%r" % kv for kv in zip(self._fields, self._values)) + ")"
+
+    __str__ = __repr__
+
+
+_uname = _UnameResult(
+    [_cfg.sysname, _cfg.nodename, _cfg.release, _cfg.version, _cfg.machine]
+)
+
+os = _Module("os", _os)
+os.uname = lambda: _uname
+
+
+def _ilistdir4(path="."):
+    prefix = path if path.endswith("/") else path + "/"
+    for entry in _os.ilistdir(path):
+        size = 0
+        if entry[1] == 0x8000:
+            try:
+                size = _os.stat(prefix + entry[0])[6]
+            except OSError:
+                pass
+        yield (entry[0], entry[1], entry[2], size)
+
+
+if _cfg.entries != 3:
+    os.ilistdir = _ilistdir4
+_install(os, "os", "uos")
+
+
+class _Hash:
+    def __init__(self, algo, data=None):
+        self._h = _host.hashNew(algo)
+        if data:
+            self.update(data)
+
+    def update(self, data):
+        _host.hashUpdate(self._h, binascii.hexlify(data).decode())
+
+    def digest(self):
+        return binascii.unhexlify(_host.hashDigest(self._h))
+
+
+hashlib = _Module("hashlib", __import__("hashlib"))
+if _cfg.hash in ("md5", "both"):
+    hashlib.md5 = lambda data=None: _Hash("md5", data)
+if _cfg.hash in ("sha1", "md5", "both"):
+    hashlib.sha1 = lambda data=None: _Hash("sha1", data)
+_install(hashlib, "hashlib", "uhashlib")
+
+time = _Module("time", _time)
+time.sleep = lambda s: _host.sleep(s * 1000)
+time.sleep_ms = lambda ms: _host.sleep(ms)
+time.sleep_us = lambda us: _host.sleep(us / 1000)
+_install(time, "time", "utime")
+
+machine = _Module("machine")
+machine.reset = lambda *a: _host.reset("hard")
+machine.soft_reset = lambda: _host.reset("soft")
+machine.dfu = lambda: _host.dfu()
+machine.bootloader = machine.dfu
+machine.freq = lambda *a: 168000000 if _cfg.flavour == "stm32" else 240000000
+machine.unique_id = lambda: b"\x56\x42\x4f\x41\x52\x44\x30\x31"
+machine.reset_cause = lambda: 1
+machine.idle = lambda: None
+machine.PWRON_RESET = 1
+machine.HARD_RESET = 2
+machine.SOFT_RESET = 5
+_install(machine, "machine", "umachine")
+
+if _cfg.flavour == "stm32":
+
+    class _FlashWriter:
+        def __enter__(self):
+            return self
+
+        def __exit__(self, *exc):
+            return False
+
+    pyb = _Module("pyb")
+    pyb.FlashWriter = _FlashWriter
+    pyb.hard_reset = machine.reset
+    pyb.delay = time.sleep_ms
+    pyb.millis = _time.ticks_ms
+    _install(pyb, "pyb")
+
+
+def _vb_run(name):
+    try:
+        open(name).close()
+    except OSError:
+        return
+    try:
+        exec(open(name).read(), {"__name__": "__main__"})
+    except BaseException as e:
+        sys.print_exception(e)
+
+
+def _vb_boot():
+    _vb_run("boot.py")
+    _vb_run("main.py")

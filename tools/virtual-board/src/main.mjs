@@ -1,0 +1,358 @@
+// The virtual board's supervisor: owns the pseudo-terminal relay, paces and
+// corrupts the byte streams on request, and restarts the board after resets.
+import { Worker } from "node:worker_threads";
+import { spawn } from "node:child_process";
+import path from "node:path";
+import fs from "node:fs";
+import { fileURLToPath } from "node:url";
+import { CTL, RING_SIZE, readHostTree, writeTreeToHost } from "./fstree.mjs";
+
+const here = path.dirname(fileURLToPath(import.meta.url));
+
+const USAGE = `usage: virtual-board [options]
+  --flavour stm32|esp32   board type (default stm32)
+  --link PATH             where the device appears (default /tmp/pelkam-vboard-<pid>)
+  --baud N                pace both directions like a UART at N baud (0 = unpaced, default)
+  --seed DIR              initial board files (copied to /flash or /)
+  --dump DIR              write the board's files here on exit and on SIGUSR1
+  --hash md5|sha1|none    digests offered by hashlib (default md5: md5 and sha1)
+  --entries 3|4           elements per os.ilistdir entry (default 4)
+  --reset-delay MS        how long the port stays away after a reset (default 300)
+  --uname KEY=VALUE       override a field of os.uname() (sysname, nodename,
+                          release, version, machine); may repeat
+  --heap BYTES            MicroPython heap size (default 262144)
+faults (byte positions count from 0, after --arm-on has been seen if given):
+  --arm-on TEXT           start counting fault positions after the PC sent TEXT
+  --drop-rx N             drop the connection for good after N bytes from the PC
+  --drop-tx N             drop the connection for good after N bytes to the PC
+  --flip-rx N             flip the lowest bit of byte N from the PC
+  --flip-tx N             flip the lowest bit of byte N to the PC
+  --mute-after N          stop answering after N bytes to the PC
+  --latency MS            delay every reply by MS
+Prints the device path on stdout once the board is ready.`;
+
+function parseArgs(argv) {
+  const o = {
+    flavour: "stm32",
+    link: `/tmp/pelkam-vboard-${process.pid}`,
+    baud: 0,
+    seed: null,
+    dump: null,
+    hash: "md5",
+    entries: 4,
+    resetDelay: 300,
+    heap: 262144,
+    uname: {},
+    armOn: null,
+    dropRx: -1,
+    dropTx: -1,
+    flipRx: -1,
+    flipTx: -1,
+    muteAfter: -1,
+    latency: 0,
+  };
+  const num = (v, name) => {
+    const n = Number(v);
+    if (!Number.isInteger(n) || n < 0) fail(`${name} takes a whole number`);
+    return n;
+  };
+  for (let i = 0; i < argv.length; i++) {
+    const a = argv[i];
+    const v = () => {
+      if (i + 1 >= argv.length) fail(`${a} needs a value`);
+      return argv[++i];
+    };
+    switch (a) {
+      case "--flavour": o.flavour = v(); if (!["stm32", "esp32"].includes(o.flavour)) fail("--flavour is stm32 or esp32"); break;
+      case "--link": o.link = path.resolve(v()); break;
+      case "--baud": o.baud = num(v(), a); break;
+      case "--seed": o.seed = path.resolve(v()); break;
+      case "--dump": o.dump = path.resolve(v()); break;
+      case "--hash": o.hash = v(); if (!["md5", "sha1", "none"].includes(o.hash)) fail("--hash is md5, sha1 or none"); break;
+      case "--entries": o.entries = num(v(), a); if (o.entries !== 3 && o.entries !== 4) fail("--entries is 3 or 4"); break;
+      case "--reset-delay": o.resetDelay = num(v(), a); break;
+      case "--heap": o.heap = num(v(), a); break;
+      case "--uname": { const [k, ...rest] = v().split("="); o.uname[k] = rest.join("="); break; }
+      case "--arm-on": o.armOn = Buffer.from(v(), "latin1"); break;
+      case "--drop-rx": o.dropRx = num(v(), a); break;
+      case "--drop-tx": o.dropTx = num(v(), a); break;
+      case "--flip-rx": o.flipRx = num(v(), a); break;
+      case "--flip-tx": o.flipTx = num(v(), a); break;
+      case "--mute-after": o.muteAfter = num(v(), a); break;
+      case "--latency": o.latency = num(v(), a); break;
+      case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
+      default: fail(`unknown option ${a}`);
+    }
+  }
+  return o;
+}
+
+function fail(msg) {
+  process.stderr.write(`virtual-board: ${msg}\n${USAGE}\n`);
+  process.exit(2);
+}
+
+const opts = parseArgs(process.argv.slice(2));
+const stm = opts.flavour === "stm32";
+const uname = Object.assign(
+  stm
+    ? { sysname: "pyboard", nodename: "pyboard", machine: "PYBv1.1 with STM32F405RG" }
+    : { sysname: "esp32", nodename: "esp32", machine: "Generic ESP32 module with ESP32" },
+  { release: "1.27.0", version: "v1.27.0 on 2025-12-10" },
+  opts.uname,
+);
+
+const log = (msg) => process.stderr.write(`virtual-board: ${msg}\n`);
+
+// Sends bytes at a UART's pace (10 bits a byte), or at once when unpaced.
+class Pacer {
+  constructor(baud, sink) {
+    this.rate = baud / 10 / 1000; // bytes per ms
+    this.sink = sink;
+    this.queue = [];
+    this.timer = null;
+    this.credit = 0;
+    this.last = 0;
+  }
+  push(buf) {
+    if (buf.length === 0) return;
+    if (this.rate === 0) return this.sink(buf);
+    this.queue.push(buf);
+    if (!this.timer) {
+      this.last = performance.now();
+      this.credit = 1;
+      this.tick();
+    }
+  }
+  tick() {
+    const now = performance.now();
+    this.credit = Math.min(this.credit + (now - this.last) * this.rate, 4096);
+    this.last = now;
+    while (this.queue.length && this.credit >= 1) {
+      const head = this.queue[0];
+      const n = Math.min(head.length, Math.floor(this.credit));
+      this.sink(head.subarray(0, n));
+      this.credit -= n;
+      if (n === head.length) this.queue.shift();
+      else this.queue[0] = head.subarray(n);
+    }
+    this.timer = this.queue.length ? setTimeout(() => this.tick(), 1) : null;
+  }
+  clear() {
+    this.queue = [];
+    if (this.timer) clearTimeout(this.timer);
+    this.timer = null;
+  }
+}
+
+// Counts the bytes of one direction and applies that direction's faults.
+class FaultStream {
+  constructor(flip, drop, mute) {
+    this.count = 0;
+    this.flip = flip;
+    this.drop = drop;
+    this.mute = mute;
+  }
+  apply(buf, armed) {
+    if (!armed) return { data: buf, dropped: false };
+    const start = this.count;
+    this.count += buf.length;
+    let data = buf;
+    if (this.flip >= start && this.flip < this.count) {
+      data = Buffer.from(buf);
+      data[this.flip - start] ^= 0x01;
+    }
+    if (this.mute >= 0 && this.count > this.mute) data = data.subarray(0, Math.max(0, this.mute - start));
+    if (this.drop >= 0 && this.count >= this.drop) return { data: data.subarray(0, this.drop - start), dropped: true };
+    return { data, dropped: false };
+  }
+}
+
+let board = null; // { worker, relay, ctl, ring }
+let snapshot = opts.seed ? readHostTree(opts.seed) : [];
+let announced = false;
+let dead = false; // the connection was dropped for good (DFU or a fault)
+let armed = opts.armOn === null;
+let armTail = Buffer.alloc(0);
+const rxFaults = new FaultStream(opts.flipRx, opts.dropRx, -1);
+const txFaults = new FaultStream(opts.flipTx, opts.dropTx, opts.muteAfter);
+
+function pushInput(buf) {
+  if (!board) return;
+  const { ctl, ring } = board;
+  let w = Atomics.load(ctl, CTL.write);
+  const r = Atomics.load(ctl, CTL.read);
+  if (w - r + buf.length > RING_SIZE) {
+    log("input overflow, bytes lost");
+    buf = buf.subarray(0, RING_SIZE - (w - r));
+  }
+  for (const b of buf) ring[w++ % RING_SIZE] = b;
+  Atomics.store(ctl, CTL.write, w);
+  Atomics.add(ctl, CTL.seq, 1);
+  Atomics.notify(ctl, CTL.seq);
+}
+
+const toBoard = new Pacer(opts.baud, (buf) => pushInput(buf));
+const toPc = new Pacer(opts.baud, (buf) => {
+  if (board && board.relay.stdin.writable) board.relay.stdin.write(buf);
+});
+
+function onPcBytes(buf) {
+  if (!armed) {
+    const seen = Buffer.concat([armTail, buf]);
+    const at = seen.indexOf(opts.armOn);
+    if (at < 0) {
+      armTail = seen.subarray(Math.max(0, seen.length - opts.armOn.length));
+      toBoard.push(buf);
+      return;
+    }
+    armed = true;
+    const after = at + opts.armOn.length - armTail.length;
+    toBoard.push(buf.subarray(0, after));
+    buf = buf.subarray(after);
+  }
+  const { data, dropped } = rxFaults.apply(buf, armed);
+  toBoard.push(data);
+  if (dropped) dropForGood("dropped the connection (fault)");
+}
+
+function onBoardBytes(buf) {
+  const send = () => {
+    const { data, dropped } = txFaults.apply(Buffer.from(buf), armed);
+    toPc.push(data);
+    if (dropped) setTimeout(() => dropForGood("dropped the connection (fault)"), 20);
+  };
+  if (opts.latency > 0) setTimeout(send, opts.latency);
+  else send();
+}
+
+function startRelay() {
+  return new Promise((resolve, reject) => {
+    const relay = spawn("python3", [path.join(here, "ptyrelay.py"), opts.link], { stdio: ["pipe", "pipe", "pipe"] });
+    let err = "";
+    relay.stderr.on("data", (d) => {
+      err += d.toString();
+      if (err.includes("READY")) resolve(relay);
+    });
+    relay.on("exit", (code) => reject(new Error(`pty relay ended (${code}): ${err.trim()}`)));
+    relay.stdin.on("error", () => {});
+  });
+}
+
+async function startBoard() {
+  const ctlBuffer = new SharedArrayBuffer(CTL.size * 4);
+  const ringBuffer = new SharedArrayBuffer(RING_SIZE);
+  const ctl = new Int32Array(ctlBuffer);
+  const ring = new Uint8Array(ringBuffer);
+  const worker = new Worker(path.join(here, "worker.mjs"), {
+    workerData: {
+      config: { flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump },
+      snapshot,
+      ctlBuffer,
+      ringBuffer,
+    },
+  });
+  const ready = new Promise((resolve, reject) => {
+    worker.on("message", (m) => {
+      if (m.type === "ready") resolve();
+      else if (m.type === "out") onBoardBytes(m.data);
+      else if (m.type === "reset" || m.type === "dfu") onLeave(m);
+    });
+    worker.on("error", (e) => {
+      log(`board crashed: ${e.stack || e}`);
+      reject(e);
+    });
+  });
+  board = { worker, relay: null, ctl, ring };
+  // The board boots (and runs main.py) before the port shows up, as over USB.
+  const relay = await startRelay();
+  board.relay = relay;
+  relay.stdout.on("data", onPcBytes);
+  await ready;
+  if (!announced) {
+    announced = true;
+    process.stdout.write(opts.link + "\n");
+  }
+}
+
+async function stopBoard() {
+  if (!board) return;
+  const { worker, relay } = board;
+  board = null;
+  toBoard.clear();
+  toPc.clear();
+  if (relay) {
+    const gone = new Promise((r) => relay.once("exit", r));
+    relay.kill("SIGTERM");
+    await gone;
+  }
+  await worker.terminate();
+}
+
+function onLeave(m) {
+  snapshot = m.snapshot;
+  if (m.type === "dfu") {
+    log("DFU mode: the port is gone for good");
+    dead = true;
+    stopBoard();
+    return;
+  }
+  log("reset");
+  stopBoard().then(() => setTimeout(() => { if (!dead) startBoard().catch(fatal); }, opts.resetDelay));
+}
+
+function dropForGood(why) {
+  if (dead || !board) return;
+  dead = true;
+  log(why);
+  const relay = board.relay;
+  board.relay = null;
+  if (relay) relay.kill("SIGTERM");
+}
+
+// Asks the running board for its files; falls back to the last snapshot when
+// no board runs (after DFU, between resets) or it is stuck in user code.
+function dump() {
+  if (!opts.dump) return Promise.resolve();
+  if (!board || !board.worker) {
+    writeTreeToHost(opts.dump, snapshot);
+    return Promise.resolve();
+  }
+  const { ctl } = board;
+  const before = Atomics.load(ctl, CTL.dumpDone);
+  Atomics.store(ctl, CTL.cmdDump, 1);
+  Atomics.add(ctl, CTL.seq, 1);
+  Atomics.notify(ctl, CTL.seq);
+  return new Promise((resolve) => {
+    const started = Date.now();
+    const poll = () => {
+      if (Atomics.load(ctl, CTL.dumpDone) !== before) resolve();
+      else if (Date.now() - started > 3000) {
+        log("board busy, dump not written");
+        resolve();
+      } else setTimeout(poll, 5);
+    };
+    poll();
+  });
+}
+
+function fatal(e) {
+  log(String(e && e.message ? e.message : e));
+  process.exit(1);
+}
+
+let exiting = false;
+async function shutdown() {
+  if (exiting) return;
+  exiting = true;
+  await dump();
+  dead = true;
+  await stopBoard();
+  process.exit(0);
+}
+
+process.on("SIGUSR1", () => dump().then(() => log("dumped")));
+process.on("SIGTERM", shutdown);
+process.on("SIGINT", shutdown);
+process.on("SIGHUP", shutdown);
+startBoard().catch(fatal);

@@ -1,0 +1,228 @@
+// One board instance: a MicroPython interpreter whose console is the shared
+// input ring (filled by the main thread) and postMessage output batches.
+// Everything here is synchronous on purpose: Python code that reads stdin
+// must block, exactly as on a board.
+import { workerData, parentPort } from "node:worker_threads";
+import { createHash } from "node:crypto";
+import fs from "node:fs";
+import path from "node:path";
+import { fileURLToPath } from "node:url";
+import { loadMicroPython } from "@micropython/micropython-webassembly-pyscript";
+import { CTL, RING_SIZE, snapshotTree, restoreTree, writeTreeToHost } from "./fstree.mjs";
+
+const kCtrlA = 0x01; // raw REPL
+const kCtrlB = 0x02; // friendly REPL
+const kCtrlC = 0x03; // interrupt
+const kForcedExit = 0x100; // pyexec's "soft reset requested"
+const kFlushIntervalMs = 10;
+
+const { config, ctlBuffer, ringBuffer } = workerData;
+let snapshot = workerData.snapshot;
+const ctl = new Int32Array(ctlBuffer);
+const ring = new Uint8Array(ringBuffer);
+const here = path.dirname(fileURLToPath(import.meta.url));
+const boardlib = fs.readFileSync(path.join(here, "boardlib.py"), "utf8");
+
+let mp = null;
+let interruptPending = false;
+let scannedTo = 0;
+let rawMode = false;
+let softResetRequested = false;
+const out = new Uint8Array(1 << 16);
+let outLen = 0;
+let lastOut = 0;
+let lastFlush = Date.now();
+
+function flush() {
+  if (outLen > 0) {
+    parentPort.postMessage({ type: "out", data: out.slice(0, outLen) });
+    outLen = 0;
+  }
+  lastFlush = Date.now();
+}
+
+function emit(c) {
+  // The console of a real board sends "\r\n" where Python prints "\n".
+  if (c === 10 && lastOut !== 13) emitRaw(13);
+  emitRaw(c);
+}
+
+function emitRaw(c) {
+  out[outLen++] = c;
+  lastOut = c;
+  if (outLen === out.length) flush();
+  if ((outLen & 63) === 0) {
+    checkInterrupt();
+    if (Date.now() - lastFlush > kFlushIntervalMs) flush();
+  }
+}
+
+const available = () => Atomics.load(ctl, CTL.write) - Atomics.load(ctl, CTL.read);
+
+function interruptChar() {
+  return mp ? mp._module._mp_hal_get_interrupt_char() : -1;
+}
+
+function scheduleInterrupt() {
+  mp._module._mp_sched_keyboard_interrupt();
+  interruptPending = true;
+}
+
+// Ctrl-C reaches running code out of band, as a UART interrupt would, and the
+// bytes around it stay queued for whoever reads next.
+function checkInterrupt() {
+  if (interruptPending || interruptChar() !== kCtrlC) return;
+  const w = Atomics.load(ctl, CTL.write);
+  const r = Atomics.load(ctl, CTL.read);
+  let p = Math.max(r, scannedTo);
+  for (; p < w; p++) {
+    if (ring[p % RING_SIZE] === kCtrlC) {
+      for (let i = p; i > r; i--) ring[i % RING_SIZE] = ring[(i - 1) % RING_SIZE];
+      Atomics.store(ctl, CTL.read, r + 1);
+      scannedTo = r + 1;
+      scheduleInterrupt();
+      return;
+    }
+  }
+  scannedTo = w;
+}
+
+function handleCommands() {
+  if (Atomics.load(ctl, CTL.cmdDump) !== 0) {
+    Atomics.store(ctl, CTL.cmdDump, 0);
+    try {
+      writeTreeToHost(config.dump, snapshotTree(mp.FS));
+    } catch (e) {
+      process.stderr.write(`virtual-board: dump failed: ${e.message}\n`);
+    }
+    Atomics.add(ctl, CTL.dumpDone, 1);
+    Atomics.notify(ctl, CTL.dumpDone);
+  }
+}
+
+function waitForInput(timeoutMs) {
+  const seq = Atomics.load(ctl, CTL.seq);
+  handleCommands();
+  if (available() > 0) return;
+  flush();
+  Atomics.wait(ctl, CTL.seq, seq, timeoutMs);
+  handleCommands();
+}
+
+// Blocking read of one console byte; null ends a read early after Ctrl-C.
+function readByte(forCode) {
+  for (;;) {
+    if (forCode && interruptPending) return null;
+    if (available() > 0) {
+      const r = Atomics.load(ctl, CTL.read);
+      const b = ring[r % RING_SIZE];
+      Atomics.store(ctl, CTL.read, r + 1);
+      if (forCode && b === kCtrlC && interruptChar() === kCtrlC) {
+        scheduleInterrupt();
+        return null;
+      }
+      return b;
+    }
+    waitForInput(200);
+  }
+}
+
+function sleepMs(ms) {
+  const end = Date.now() + Math.max(0, ms);
+  flush();
+  for (;;) {
+    checkInterrupt();
+    if (interruptPending) return;
+    const left = end - Date.now();
+    if (left <= 0) return;
+    const seq = Atomics.load(ctl, CTL.seq);
+    handleCommands();
+    Atomics.wait(ctl, CTL.seq, seq, Math.min(left, 50));
+  }
+}
+
+const hashes = new Map();
+let nextHash = 1;
+
+function leave(type, extra = {}) {
+  flush();
+  parentPort.postMessage({ type, snapshot: snapshotTree(mp.FS), ...extra });
+  // The main thread ends this worker; nothing may run after a reset.
+  for (;;) Atomics.wait(ctl, CTL.never, 0);
+}
+
+globalThis.vbConfig = {
+  flavour: config.flavour,
+  entries: config.entries,
+  hash: config.hash,
+  ...config.uname,
+};
+globalThis.vbHost = {
+  sleep: (ms) => sleepMs(ms),
+  reset(kind) {
+    if (kind !== "soft") leave("reset");
+    softResetRequested = true;
+    scheduleInterrupt();
+  },
+  dfu: () => leave("dfu"),
+  hashNew(algo) {
+    const id = nextHash++;
+    hashes.set(id, createHash(algo));
+    return id;
+  },
+  hashUpdate(id, hex) {
+    hashes.get(id).update(Buffer.from(hex, "hex"));
+  },
+  hashDigest(id) {
+    const digest = hashes.get(id).digest("hex");
+    hashes.delete(id);
+    return digest;
+  },
+};
+
+async function boot(entries) {
+  mp = await loadMicroPython({
+    stdin: () => readByte(true),
+    stdout: (bytes) => emit(bytes[0]),
+    stderr: (bytes) => emit(bytes[0]),
+    linebuffer: false,
+    heapsize: config.heap,
+  });
+  mp.FS.mkdir("/board");
+  mp.FS.mkdir("/vbhost");
+  restoreTree(mp.FS, entries);
+  mp.FS.writeFile("/vbhost/boardlib.py", boardlib);
+  mp.runPython("import sys\nsys.path.insert(0, '/vbhost')\nimport boardlib\ndel sys");
+  interruptPending = false;
+  mp.runPython("__import__('boardlib')._vb_boot()");
+  interruptPending = false;
+  mp.replInit();
+  flush();
+}
+
+async function softReset() {
+  const entries = snapshotTree(mp.FS);
+  for (const b of Buffer.from("MPY: soft reboot\r\n")) emitRaw(b);
+  await boot(entries);
+}
+
+function feed(byte) {
+  if (byte === kCtrlA) rawMode = true;
+  else if (byte === kCtrlB) rawMode = false;
+  const result = mp.replProcessChar(byte);
+  interruptPending = false;
+  return result;
+}
+
+await boot(snapshot);
+snapshot = null;
+parentPort.postMessage({ type: "ready" });
+for (;;) {
+  const b = readByte(false);
+  if (feed(b) & kForcedExit || softResetRequested) {
+    softResetRequested = false;
+    const wasRaw = rawMode;
+    await softReset();
+    if (wasRaw) feed(kCtrlA);
+  }
+}
