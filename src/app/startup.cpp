@@ -8,6 +8,11 @@
 #include <QSettings>
 #include <QTranslator>
 
+static void initTranslationResources()
+{
+    Q_INIT_RESOURCE(lang);
+}
+
 namespace startup {
 
 namespace {
@@ -55,6 +60,7 @@ QString translationFilter(const QString& language)
 
 QList<QTranslator*> loadTranslations(QCoreApplication& app, QSettings* settings, const QString& dir)
 {
+    initTranslationResources();
     QList<QTranslator*> installed;
     QSettings own;
     QSettings* store = settings ? settings : &own;

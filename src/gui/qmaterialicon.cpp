@@ -66,8 +66,14 @@ QIconEngine* QFontIconEngine::clone() const
     return engine;
 }
 
+static void initIconFont()
+{
+    Q_INIT_RESOURCE(qtmf);
+}
+
 QMaterialIcon::QMaterialIcon()
 {
+    initIconFont();
     init();
 }
 

@@ -52,7 +52,16 @@ QString settingOr(const QString& key, const QString& fallback)
 
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
 
-BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_link(link) {}
+static void initBoardScripts()
+{
+    // The scripts live in this static library: register them explicitly.
+    Q_INIT_RESOURCE(pelkam);
+}
+
+BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_link(link)
+{
+    initBoardScripts();
+}
 
 QString BoardFiles::scriptPath(const QString& key, const QString& base, bool hasEspVariant) const
 {
@@ -631,4 +640,5 @@ void BoardFiles::queryInfo()
     if (dir.isEmpty() || !mc_direxists(dir))
         dir = esp ? QStringLiteral("/") : QStringLiteral("/flash");
     updateMcDir(dir);
+    emit queryInfoFinished();
 }

@@ -64,6 +64,7 @@ signals:
     void progressStarted(int maximum);
     void progressChanged(int value);
     void progressFinished();
+    void queryInfoFinished();
 
 private:
     bool pasteScript(const QString& path, QByteArray* text);

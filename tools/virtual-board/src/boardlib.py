@@ -61,13 +61,62 @@ _uname = _UnameResult(
     [_cfg.sysname, _cfg.nodename, _cfg.release, _cfg.version, _cfg.machine]
 )
 
+# The interpreter was built with Emscripten's errno numbers; boards use the
+# classic ones (ENOENT is 2, not 44), and their messages show them.
+_ERRNO = {44: (2, "ENOENT"), 20: (17, "EEXIST"), 55: (39, "ENOTEMPTY"), 31: (21, "EISDIR"),
+          54: (20, "ENOTDIR"), 2: (13, "EACCES"), 28: (22, "EINVAL"), 29: (5, "EIO"),
+          51: (28, "ENOSPC"), 8: (9, "EBADF"), 63: (1, "EPERM"), 43: (19, "ENODEV")}
+
+
+class _BoardOSError(OSError):
+    def __str__(self):
+        return "[Errno %d] %s" % (self.args[0], self._name)
+
+
+def _board_error(e):
+    code = e.args[0] if e.args and isinstance(e.args[0], int) else None
+    if code not in _ERRNO:
+        return e
+    number, name = _ERRNO[code]
+    err = _BoardOSError(number)
+    err._name = name
+    return err
+
+
+def _translated(fn):
+    def call(*args, **kw):
+        try:
+            return fn(*args, **kw)
+        except _BoardOSError:
+            raise
+        except OSError as e:
+            raise _board_error(e)
+
+    return call
+
+
 os = _Module("os", _os)
+for _name in ("chdir", "getcwd", "listdir", "mkdir", "remove", "rename", "rmdir", "unlink", "statvfs"):
+    setattr(os, _name, _translated(getattr(_os, _name)))
 os.uname = lambda: _uname
+
+
+def _stat(path):
+    st = _translated(_os.stat)(path)
+    # Boards report only the file type in the mode, never permission bits.
+    return (st[0] & 0xF000,) + tuple(st[1:])
+
+
+os.stat = _stat
+_real_ilistdir = _translated(_os.ilistdir)
+import builtins
+
+builtins.open = _translated(builtins.open)
 
 
 def _ilistdir4(path="."):
     prefix = path if path.endswith("/") else path + "/"
-    for entry in _os.ilistdir(path):
+    for entry in _real_ilistdir(path):
         size = 0
         if entry[1] == 0x8000:
             try:
@@ -77,8 +126,7 @@ def _ilistdir4(path="."):
         yield (entry[0], entry[1], entry[2], size)
 
 
-if _cfg.entries != 3:
-    os.ilistdir = _ilistdir4
+os.ilistdir = _ilistdir4 if _cfg.entries != 3 else _real_ilistdir
 _install(os, "os", "uos")
 
 

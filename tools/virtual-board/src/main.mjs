@@ -194,7 +194,7 @@ function pushInput(buf) {
 
 const toBoard = new Pacer(opts.baud, (buf) => pushInput(buf));
 const toPc = new Pacer(opts.baud, (buf) => {
-  if (board && board.relay.stdin.writable) board.relay.stdin.write(buf);
+  if (board && board.relay && board.relay.stdin.writable) board.relay.stdin.write(buf);
 });
 
 function onPcBytes(buf) {

@@ -1,0 +1,69 @@
+#pragma once
+
+#include "board/boardfiles.h"
+#include "board/mcdirmodel.h"
+#include "link/boardlink.h"
+#include "testsupport.h"
+#include "virtualboard.h"
+
+#include <QStringList>
+
+// A virtual board with the link and the file operations connected to it, the
+// way the window wires them, collecting the Syslog and Terminal lines.
+struct BoardSession {
+    VirtualBoard board;
+    BoardLink link;
+    BoardFiles files{link};
+    MCDirModel model;
+    QStringList log;
+    QStringList terminal;
+
+    explicit BoardSession(const QString& flavour = QStringLiteral("stm32"), const QStringList& args = {},
+                          const QMap<QString, QByteArray>& seed = {})
+        : board(flavour, args, seed)
+    {
+        files.setModel(&model);
+        QObject::connect(&link, &BoardLink::logLine, [this](const QString& s) { log << s; });
+        QObject::connect(&files, &BoardFiles::logLine, [this](const QString& s) { log << s; });
+        QObject::connect(&link, &BoardLink::terminalLine, [this](const QString& s) { terminal << s; });
+        QObject::connect(&link, &BoardLink::queryInfoRequested, &files, &BoardFiles::queryInfo);
+        QObject::connect(&link, &BoardLink::connectionLost, [this] { model.clear(); });
+        QObject::connect(&files, &BoardFiles::queryInfoFinished, [this] { infoDone = true; });
+        type = flavour == QLatin1String("esp32") ? MC_ESP32 : MC_STM32;
+    }
+
+    BoardLink::PortSettings settings() const
+    {
+        BoardLink::PortSettings s;
+        s.name = board.path();
+        s.type = type;
+        return s;
+    }
+
+    // Connects, stops the board's program and waits for the first listing.
+    bool open(bool autoReconnect = false)
+    {
+        if (!board.isRunning() || !link.connectToBoard(settings(), autoReconnect, true))
+            return false;
+        return waitFor([this] { return infoDone; }, 20000);
+    }
+
+    bool logged(const QString& part) const
+    {
+        for (const QString& line : log)
+            if (line.contains(part))
+                return true;
+        return false;
+    }
+    int count(const QString& part) const
+    {
+        int n = 0;
+        for (const QString& line : log)
+            n += line.contains(part) ? 1 : 0;
+        return n;
+    }
+    QString root() const { return type == MC_ESP32 ? QStringLiteral("/") : QStringLiteral("/flash/"); }
+
+    MC_TYPES type = MC_STM32;
+    bool infoDone = false;
+};

@@ -1,0 +1,63 @@
+#pragma once
+
+#include "prompter.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QList>
+#include <QSettings>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <functional>
+
+// Points QSettings at a private folder so tests never touch the user's store.
+inline void isolateSettings(const QTemporaryDir& dir)
+{
+    QCoreApplication::setOrganizationName(QStringLiteral("Tarvel"));
+    QCoreApplication::setApplicationName(QStringLiteral("Pelkam"));
+    QSettings::setDefaultFormat(QSettings::IniFormat);
+    QSettings::setPath(QSettings::IniFormat, QSettings::UserScope, dir.path());
+    QSettings().clear();
+}
+
+// Runs the event loop until cond holds or ms pass.
+inline bool waitFor(const std::function<bool()>& cond, int ms = 10000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!cond()) {
+        if (timer.elapsed() > ms)
+            return false;
+        QCoreApplication::processEvents(QEventLoop::AllEvents, 20);
+        QThread::msleep(2);
+    }
+    return true;
+}
+
+// Answers the program's questions from a script and records them.
+class ScriptedPrompter : public Prompter {
+public:
+    QList<Answer> answers;
+    QStringList questions;
+    QString fileName;
+    QString directory;
+
+    Answer question(const QString& title, const QString& text, Buttons) override
+    {
+        questions << title + QStringLiteral(": ") + text;
+        return answers.isEmpty() ? Cancel : answers.takeFirst();
+    }
+    void warning(const QString& title, const QString& text) override { questions << title + QStringLiteral(": ") + text; }
+    QString saveFileName(const QString& title, const QString& suggested, const QString&) override
+    {
+        questions << title + QStringLiteral(": ") + suggested;
+        return fileName;
+    }
+    QString existingDirectory(const QString& title, const QString&) override
+    {
+        questions << title;
+        return directory;
+    }
+};

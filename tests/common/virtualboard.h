@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QMap>
+#include <QProcess>
+#include <QStringList>
+#include <QTemporaryDir>
+
+// Starts tools/virtual-board for one test: a real MicroPython interpreter on
+// a pseudo-terminal. Every test gets its own board.
+class VirtualBoard {
+public:
+    // seedFiles: board files (relative path -> content; a trailing "/" makes a folder).
+    explicit VirtualBoard(const QString& flavour = QStringLiteral("stm32"), const QStringList& extraArgs = {},
+                          const QMap<QString, QByteArray>& seedFiles = {});
+    ~VirtualBoard();
+
+    bool isRunning() const { return !m_path.isEmpty(); }
+    QString path() const { return m_path; }
+    QString seedDir() const;
+    // Writes the board's whole file tree into the dump folder and returns it.
+    QString dump();
+    QByteArray readFile(const QString& relativePath);
+    QString log() const;
+    void stop();
+
+    static QString sourceDir();
+
+private:
+    QTemporaryDir m_dir;
+    QProcess m_process;
+    QString m_path;
+};

@@ -1,0 +1,365 @@
+#include "boardsession.h"
+
+#include <QCryptographicHash>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QTemporaryDir>
+#include <QtTest>
+
+class TestBoardFiles : public QObject {
+    Q_OBJECT
+private:
+    QTemporaryDir m_settingsDir;
+    QTemporaryDir m_work;
+
+    QString writeLocal(const QString& name, const QByteArray& data)
+    {
+        const QString path = m_work.filePath(name);
+        QFile file(path);
+        file.open(QIODevice::WriteOnly);
+        file.write(data);
+        return path;
+    }
+    static QByteArray randomBytes(int size, quint32 seed)
+    {
+        QRandomGenerator gen(seed);
+        QByteArray data(size, Qt::Uninitialized);
+        for (char& c : data)
+            c = static_cast<char>(gen.bounded(256));
+        return data;
+    }
+    void roundTrips(const QString& flavour);
+
+private slots:
+    void initTestCase() { isolateSettings(m_settingsDir); }
+    void init() { QSettings().clear(); }
+
+    void pyStringLiterals_data();
+    void pyStringLiterals();
+    void packets();
+    void humanReadableSize_data();
+    void humanReadableSize();
+    void dirModel();
+    void parseList();
+
+    void roundTripStm32() { roundTrips(QStringLiteral("stm32")); }
+    void roundTripEsp32() { roundTrips(QStringLiteral("esp32")); }
+    void uploadFailures();
+    void corruptedTransfers();
+    void silentAndDroppedBoard();
+    void commands();
+    void hashes();
+    void scriptsAndLinkTest();
+    void listingAndInfo();
+};
+
+void TestBoardFiles::pyStringLiterals_data()
+{
+    QTest::addColumn<QString>("text");
+    QTest::addColumn<QString>("literal");
+    QTest::newRow("plain") << "/flash/main.py" << "'/flash/main.py'";
+    QTest::newRow("quote") << "it's" << "'it\\'s'";
+    QTest::newRow("backslash") << "a\\b" << "'a\\\\b'";
+    QTest::newRow("latin1") << QString::fromUtf8("caf\xc3\xa9") << "'caf\\xe9'";
+    QTest::newRow("cyrillic") << QString::fromUtf8("\xd0\xb6") << "'\\u0436'";
+    QTest::newRow("emoji") << QString::fromUtf8("\xf0\x9f\x98\x80") << "'\\U0001f600'";
+    QTest::newRow("newline") << "a\nb" << "'a\\x0ab'";
+}
+
+void TestBoardFiles::pyStringLiterals()
+{
+    QFETCH(QString, text);
+    QFETCH(QString, literal);
+    QCOMPARE(BoardFiles::pyString(text), literal);
+}
+
+void TestBoardFiles::packets()
+{
+    QCOMPARE(BoardFiles::sizePacket(1368), QByteArray("!0000001368"));
+    QCOMPARE(BoardFiles::sizePacket(0), QByteArray("!0000000000"));
+    QCOMPARE(BoardFiles::checksumPacket(4294967295u), QByteArray("@4294967295"));
+    QCOMPARE(BoardFiles::byteSum(QByteArray("\xff\x01", 2)), 256u);
+    QSettings().setValue(QStringLiteral("MC/TransferSize"), 31);
+    QCOMPARE(BoardLink::transferSize(), 512);
+    QSettings().setValue(QStringLiteral("MC/TransferSize"), 32);
+    QCOMPARE(BoardLink::transferSize(), 32);
+}
+
+void TestBoardFiles::humanReadableSize_data()
+{
+    QTest::addColumn<int>("size");
+    QTest::addColumn<QString>("text");
+    QTest::newRow("negative") << -1 << "";
+    QTest::newRow("zero") << 0 << "";
+    QTest::newRow("one") << 1 << "1";
+    QTest::newRow("1230") << 1230 << "1230";
+    QTest::newRow("1231") << 1231 << "1.2kB";
+    QTest::newRow("1048576") << 1048576 << "1024.0kB";
+    QTest::newRow("1048577") << 1048577 << "1.0Mb";
+}
+
+void TestBoardFiles::humanReadableSize()
+{
+    QFETCH(int, size);
+    QFETCH(QString, text);
+    QCOMPARE(MCDirModel::humanReadableSize(size), text);
+}
+
+void TestBoardFiles::dirModel()
+{
+    MCDirModel model;
+    QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
+    model.clear();
+    QCOMPARE(removed.count(), 0);
+    model.setDirPath(QStringLiteral("/flash"));
+    model.append({QStringLiteral("..")}, true);
+    model.appendExt(QJsonDocument::fromJson(R"([{"n":"lib","s":-1}])").array(), true, "n", "s");
+    model.appendExt(QJsonDocument::fromJson(R"([{"n":"main.py","s":2048},{"n":"x","s":-1},{"n":"y"}])").array(),
+                    false, "n", "s");
+    model.append({}, false);
+    QCOMPARE(model.rowCount(), 5);
+    QCOMPARE(model.rowCount(model.index(0, 0)), 0);
+    QCOMPARE(model.headerData(0, Qt::Horizontal).toString(), QStringLiteral("Name"));
+    QCOMPARE(model.headerData(1, Qt::Horizontal).toString(), QStringLiteral("Size"));
+    QVERIFY(!model.headerData(0, Qt::Vertical).isValid());
+    QCOMPARE(model.fullPath(model.index(2, 0)), QStringLiteral("/flash/main.py"));
+    QCOMPARE(model.fullPath(QModelIndex()), QString());
+    QCOMPARE(model.data(model.index(2, 1)).toString(), QStringLiteral("2.0kB"));
+    QCOMPARE(model.data(model.index(3, 1)).toString(), QString());
+    QCOMPARE(model.data(model.index(4, 1)).toString(), QString());
+    QVERIFY(model.isDir(model.index(1, 0)));
+    QVERIFY(!model.isDir(model.index(2, 0)));
+    QCOMPARE(model.flags(model.index(2, 0)), Qt::ItemIsEnabled);
+    QCOMPARE(model.flags(QModelIndex()), Qt::NoItemFlags);
+    QVERIFY(model.dirExists(QStringLiteral("lib")));
+    QVERIFY(!model.fileExists(QStringLiteral("lib")));
+    QVERIFY(!model.dirExists(QStringLiteral("x")));
+    QVERIFY(!model.data(model.index(0, 0), Qt::DecorationRole).isValid());
+    model.setDecorationProvider([](bool dir) { return QVariant(dir ? 1 : 2); });
+    QCOMPARE(model.data(model.index(0, 0), Qt::DecorationRole).toInt(), 1);
+    QCOMPARE(model.data(model.index(2, 0), Qt::DecorationRole).toInt(), 2);
+    QVERIFY(!model.data(model.index(2, 1), Qt::DecorationRole).isValid());
+    model.clear();
+    QCOMPARE(removed.count(), 1);
+    QCOMPARE(model.rowCount(), 0);
+}
+
+void TestBoardFiles::parseList()
+{
+    BoardLink link;
+    BoardFiles files(link);
+    QCOMPARE(files.upy_parselist(QStringLiteral("['boot.py', 'main.py', 'lib']")),
+             QStringList({"boot.py", "main.py", "lib"}));
+    QCOMPARE(files.upy_parselist(QStringLiteral("[]")), QStringList());
+}
+
+void TestBoardFiles::roundTrips(const QString& flavour)
+{
+    BoardSession s(flavour);
+    QVERIFY2(s.open(), qPrintable(s.board.path() + s.board.log() + s.log.join(QLatin1Char(10))));
+    struct Case {
+        int size;
+        int chunk;
+        QString name;
+    };
+    QList<Case> cases;
+    for (int size : {0, 1, 255, 256, 257, 767, 768, 1023, 1024, 1025, 200 * 1024})
+        cases.append({size, 512, QStringLiteral("f%1.bin").arg(size)});
+    for (int chunk : {32, 1024})
+        for (int size : {0, 257, 1025, 20000})
+            cases.append({size, chunk, QStringLiteral("c%1_%2.bin").arg(chunk).arg(size)});
+    cases.append({300, 512, QStringLiteral("it's a file.txt")});
+    cases.append({300, 512, QString::fromUtf8("\xd0\xbf\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82 caf\xc3\xa9.py")});
+
+    quint32 seed = 1;
+    for (const Case& c : cases) {
+        QSettings().setValue(QStringLiteral("MC/TransferSize"), c.chunk);
+        const QByteArray data = randomBytes(c.size, seed++);
+        const QString local = writeLocal(QStringLiteral("up.bin"), data);
+        const QString target = s.root() + c.name;
+        QVERIFY2(s.files.upload(local, target), qPrintable(c.name + '\n' + s.log.join('\n')));
+        s.board.dump();
+        QCOMPARE(s.board.readFile(c.name), data);
+        const QString back = m_work.filePath(QStringLiteral("down.bin"));
+        QVERIFY(s.files.download(target, back));
+        QVERIFY2(s.files.lastDownloadOk(), qPrintable(c.name + '\n' + s.log.join('\n')));
+        QFile file(back);
+        QVERIFY(file.open(QIODevice::ReadOnly));
+        QCOMPARE(file.readAll(), data);
+    }
+    QVERIFY(s.logged(QStringLiteral("Finished uploading to ") + s.root() + QStringLiteral("it's a file.txt")));
+}
+
+void TestBoardFiles::uploadFailures()
+{
+    BoardSession s;
+    QVERIFY(s.open());
+    const QString local = writeLocal(QStringLiteral("x.txt"), "hello");
+    const int rawBefore = s.count(QStringLiteral("RAW REPL initialized"));
+    QVERIFY(!s.files.upload(local, QStringLiteral("/flash/a:b.txt")));
+    QVERIFY(s.logged(QStringLiteral("Cannot upload - forbidden character : in /flash/a:b.txt")));
+    QCOMPARE(s.count(QStringLiteral("RAW REPL initialized")), rawBefore);
+    QVERIFY(!s.files.upload(m_work.filePath(QStringLiteral("missing")), QStringLiteral("/flash/m.txt")));
+    QVERIFY(s.logged(QStringLiteral("Cannot read from ")));
+    // A target folder that does not exist: the board's own error comes back.
+    QVERIFY(!s.files.upload(local, QStringLiteral("/flash/nodir/x.txt")));
+    QVERIFY2(s.logged(QStringLiteral("[Errno 2] ENOENT")), qPrintable(s.log.join(QLatin1Char(10))));
+
+    QVERIFY(s.files.download(QStringLiteral("/flash/nothere.txt"), m_work.filePath(QStringLiteral("n.txt"))));
+    QVERIFY(!s.files.lastDownloadOk());
+    QVERIFY(s.logged(QStringLiteral("Transmission error: ")));
+    QVERIFY(!s.files.download(QStringLiteral("/flash/x"), m_work.filePath(QStringLiteral("no/such/dir/x"))));
+    QVERIFY(s.logged(QStringLiteral("Cannot write to ")));
+
+    QSettings().setValue(QStringLiteral("Scripts/Upload"), m_work.filePath(QStringLiteral("gone.py")));
+    QVERIFY(!s.files.upload(local, QStringLiteral("/flash/x.txt")));
+    QVERIFY(s.logged(QStringLiteral("Cannot open ") + m_work.filePath(QStringLiteral("gone.py"))));
+    QSettings().remove(QStringLiteral("Scripts/Upload"));
+
+    // After all of that the board still works.
+    QVERIFY(s.files.upload(local, QStringLiteral("/flash/x.txt")));
+    s.board.dump();
+    QCOMPARE(s.board.readFile(QStringLiteral("x.txt")), QByteArray("hello"));
+}
+
+void TestBoardFiles::corruptedTransfers()
+{
+    const QByteArray data = randomBytes(3000, 7);
+    {
+        BoardSession s(QStringLiteral("stm32"), {"--arm-on", "_upload('", "--flip-rx", "200"});
+        QVERIFY(s.open());
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("d.bin"), data), QStringLiteral("/flash/d.bin")));
+        QVERIFY2(s.logged(QStringLiteral("Invalid reply ") + QString::fromLatin1(QByteArray("#4Inv csum").toHex().toUpper())),
+                 qPrintable(s.log.join('\n')));
+    }
+    {
+        BoardSession s(QStringLiteral("esp32"), {"--arm-on", "_download('", "--flip-tx", "100"}, {{"d.bin", data}});
+        QVERIFY(s.open());
+        s.files.download(QStringLiteral("/d.bin"), m_work.filePath(QStringLiteral("d.bin")));
+        QVERIFY(!s.files.lastDownloadOk());
+        QVERIFY2(s.logged(QStringLiteral("File downloaded with errors!! (checksum mismatch ")),
+                 qPrintable(s.log.join('\n')));
+    }
+}
+
+void TestBoardFiles::silentAndDroppedBoard()
+{
+    const QByteArray data = randomBytes(20000, 9);
+    {
+        BoardSession s(QStringLiteral("stm32"), {"--arm-on", "_upload('", "--mute-after", "40"});
+        QVERIFY(s.open());
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("m.bin"), data), QStringLiteral("/flash/m.bin")));
+        QVERIFY2(s.logged(QStringLiteral("Transmission error. Aborted")), qPrintable(s.log.join('\n')));
+    }
+    {
+        BoardSession s(QStringLiteral("esp32"), {"--arm-on", "_upload('", "--drop-rx", "3000"});
+        QVERIFY(s.open());
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("p.bin"), data), QStringLiteral("/p.bin")));
+        QVERIFY(waitFor([&] { return !s.link.isOpen(); }));
+        QVERIFY2(s.logged(QStringLiteral("Connection closed")), qPrintable(s.log.join('\n')));
+        QCOMPARE(s.link.state(), MC_UNKNOWN);
+    }
+}
+
+void TestBoardFiles::commands()
+{
+    for (const QString& flavour : {QStringLiteral("stm32"), QStringLiteral("esp32")}) {
+        BoardSession s(flavour);
+        QVERIFY(s.open());
+        const QString r = s.root();
+        QVERIFY(s.files.mc_mkdir(QStringLiteral("/")));
+        QVERIFY(s.files.mc_mkdir(QString()));
+        const int before = s.count(QStringLiteral("Creating dir"));
+        QVERIFY(s.files.mc_mkdir(r + QStringLiteral("a/b/c")));
+        QCOMPARE(s.count(QStringLiteral("Creating dir")) - before, flavour == QLatin1String("esp32") ? 3 : 4);
+        QVERIFY(s.files.mc_mkdir(r + QStringLiteral("a/b")));
+        QVERIFY(s.files.mc_direxists(r + QStringLiteral("a/b/c")));
+        QVERIFY(!s.files.mc_direxists(r + QStringLiteral("zz")));
+        QVERIFY(s.files.upload(writeLocal(QStringLiteral("f.txt"), "x"), r + QStringLiteral("a/f.txt")));
+        QVERIFY(s.files.remove(r + QStringLiteral("a/f.txt"), false));
+        QVERIFY(s.logged(r + QStringLiteral("a/f.txt removed")));
+        QVERIFY(!s.files.remove(r + QStringLiteral("a/f.txt"), false));
+        QVERIFY(s.logged(QStringLiteral("Removal error: ")));
+        QVERIFY(!s.files.remove(r + QStringLiteral("a/b"), true));
+        QVERIFY2(s.logged(QStringLiteral("Removal error: [Errno 39] ENOTEMPTY. Aborted")), qPrintable(s.log.join('\n')));
+        QVERIFY(s.files.remove(r + QStringLiteral("a/b/c"), true));
+        s.board.dump();
+        QVERIFY(QFileInfo(s.board.dump() + QStringLiteral("/a/b")).isDir());
+        QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/a/b/c")));
+        // A quote in a name can neither break the call nor run code.
+        QVERIFY(s.files.mc_mkdir(r + QStringLiteral("q'x")));
+        QVERIFY(s.files.mc_direxists(r + QStringLiteral("q'x")));
+        QVERIFY(s.files.remove(r + QStringLiteral("q'x"), true));
+    }
+}
+
+void TestBoardFiles::hashes()
+{
+    const QByteArray data = randomBytes(5000, 3);
+    for (const QString& kind : {QStringLiteral("md5"), QStringLiteral("sha1")}) {
+        BoardSession s(QStringLiteral("stm32"), {"--hash", kind});
+        QVERIFY(s.open());
+        QVERIFY(s.files.upload(writeLocal(QStringLiteral("h.bin"), data), QStringLiteral("/flash/h.bin")));
+        QVERIFY(s.files.upload_script(QStringLiteral(":/data/hash.py")));
+        QVERIFY(s.link.to_repl());
+        const auto algo = kind == QLatin1String("md5") ? QCryptographicHash::Md5 : QCryptographicHash::Sha1;
+        QCOMPARE(s.files.mc_file_hash(QStringLiteral("/flash/h.bin")), QCryptographicHash::hash(data, algo).toHex());
+        QCOMPARE(s.files.mc_file_hash(QStringLiteral("/flash/none.bin")), QByteArray("err(2)"));
+    }
+}
+
+void TestBoardFiles::scriptsAndLinkTest()
+{
+    BoardSession s(QStringLiteral("esp32"));
+    QVERIFY(s.open());
+    const QString script = writeLocal(QStringLiteral("run.py"), "for i in range(3):\n print('line', i)\nprint('a>b')\n");
+    QVERIFY(s.files.execute_script(script));
+    QVERIFY(s.logged(QStringLiteral("&gt;&gt;line 0")));
+    QVERIFY(s.logged(QStringLiteral("&gt;&gt;line 2")));
+    QVERIFY(s.logged(QStringLiteral("Script ") + script + QStringLiteral(" executed")));
+    QCOMPARE(s.link.state(), MC_RAW);
+
+    const QString broken = writeLocal(QStringLiteral("broken.py"), "def f(:\n");
+    QVERIFY(s.files.execute_script(broken));
+    QVERIFY(s.logged(QStringLiteral("SyntaxError")));
+
+    QVERIFY2(s.files.debug(), qPrintable(s.log.join('\n')));
+    // The board is usable after the link test.
+    s.files.updateMcDir(QStringLiteral("/"));
+    QVERIFY(s.link.state() == MC_REPL);
+}
+
+void TestBoardFiles::listingAndInfo()
+{
+    const QMap<QString, QByteArray> seed{{"lib/", {}}, {"zdir/", {}}, {"main.py", QByteArray(2000, 'x')},
+                                         {"a.txt", "1"}};
+    for (const QString& entries : {QStringLiteral("4"), QStringLiteral("3")}) {
+        BoardSession s(QStringLiteral("stm32"), {"--entries", entries, "--uname", "nodename=bench-1"}, seed);
+        QSettings().setValue(QStringLiteral("MC/STMDir"), QStringLiteral("/sd"));
+        QVERIFY(s.open());
+        QVERIFY(s.logged(QStringLiteral("Connected to micropython board bench-1 (mod unknown), release 1.27.0. "
+                                        "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")));
+        // The missing start folder falls back to /flash.
+        QCOMPARE(s.model.dirPath(), QStringLiteral("/flash/"));
+        QStringList names;
+        for (int row = 0; row < s.model.rowCount(); ++row)
+            names << s.model.data(s.model.index(row, 0)).toString();
+        QCOMPARE(names, QStringList({"..", "lib", "zdir", "a.txt", "main.py"}));
+        QCOMPARE(s.model.data(s.model.index(4, 1)).toString(), entries == QLatin1String("4") ? "2.0kB" : "");
+        const QJsonArray files = s.files.mc_lsdir(QStringLiteral("/flash/"), MC_LIST_FILES);
+        QCOMPARE(files.size(), 2);
+        QCOMPARE(s.files.mc_lsdir(QStringLiteral("/flash"), MC_LIST_ALL).size(), 0);
+        QCOMPARE(s.files.mc_lsdir(QStringLiteral("/"), MC_LIST_DIRS).size(), 1);
+
+        s.files.updateMcDir(QStringLiteral("/"));
+        QCOMPARE(s.model.rowCount(), 1);
+        QCOMPARE(s.model.data(s.model.index(0, 0)).toString(), QStringLiteral("flash"));
+        QSettings().setValue(QStringLiteral("PY/uname"), QStringLiteral("print('nothing')"));
+        s.files.displayMcInfo();
+        QVERIFY(s.logged(QStringLiteral("System information request failed")));
+        QSettings().clear();
+    }
+}
+
+QTEST_GUILESS_MAIN(TestBoardFiles)
+#include "tst_boardfiles.moc"
