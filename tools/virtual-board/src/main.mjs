@@ -268,11 +268,12 @@ async function startBoard() {
   const relay = await startRelay();
   board.relay = relay;
   relay.stdout.on("data", onPcBytes);
-  await ready;
+  // The port is usable at once; boot.py and main.py may still be running.
   if (!announced) {
     announced = true;
     process.stdout.write(opts.link + "\n");
   }
+  await ready;
 }
 
 async function stopBoard() {
