@@ -1,4 +1,217 @@
+#include "boardsession.h"
+#include "pelkamwindow.h"
+
+#include <QAction>
+#include <QMenuBar>
+#include <QProgressBar>
+#include <QTabWidget>
+#include <QTextBrowser>
+#include <QToolBar>
 #include <QtTest>
-class T : public QObject { Q_OBJECT };
-QTEST_MAIN(T)
+
+class TestMainWindow : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+    static QStringList names(const QList<QAction*>& actions)
+    {
+        QStringList out;
+        for (QAction* a : actions)
+            out << (a->isSeparator() ? QStringLiteral("|") : a->objectName());
+        return out;
+    }
+    static ScriptedPrompter* script(PelkamWindow& w)
+    {
+        auto p = std::make_unique<ScriptedPrompter>();
+        ScriptedPrompter* raw = p.get();
+        w.setPrompter(std::move(p));
+        return raw;
+    }
+
+private slots:
+    void initTestCase() { isolateSettings(m_dir); }
+    void init() { QSettings().clear(); }
+
+    void actionsMenusAndToolbars()
+    {
+        PelkamWindow w;
+        struct Row {
+            const char *name, *text, *tip, *shortcut;
+        };
+        const Row rows[] = {
+            {"actionUpload", "Upload", "Upload the selected file", "Ctrl+U"},
+            {"actionDownload", "Download", "Download a file from the MC", "Ctrl+D"},
+            {"actionAbort", "Abort", "Stop the virtual machine", "Ctrl+X"},
+            {"actionReset", "Reset", "Reset the MC", "Ctrl+Z"},
+            {"actionEdit", "Edit", "Edit a MC file", "Ctrl+E"},
+            {"actionNew_Directory", "New Directory", "Create a new directory in the MC flash", "Ctrl+Shift+N"},
+            {"actionNew_File", "New File", "Create a new file in the MC flash", "Ctrl+N"},
+            {"actionConnect", "Connect", "Connect to a UPY device or disconnect from one", "Ctrl+O"},
+            {"actionReset_MC", "Reset MC", "Reset the MC after establishing a connection", "Ctrl+R"},
+            {"actionMonitor_Only", "Monitor Only", "Do not stop the virtual machine after establishing a connection",
+             "Ctrl+M"},
+            {"actionAutomatic_Reconnect", "Automatic Reconnect", "Automatically reconnect if the connection is aborted",
+             ""},
+            {"actionSync", "Sync", "Sync files between the PC and the MC", ""},
+            {"actionDFU", "DFU", "Put the MC into the DFU mode", ""},
+            {"actionRemove", "Remove", "Remove a file from the MC", ""},
+            {"actionUpload_Package", "Upload Package", "Upload a package to the MC", ""},
+            {"actionLaunch", "Launch", "Launch the virtual machine", ""},
+        };
+        for (const Row& r : rows) {
+            QAction* a = w.action(QString::fromLatin1(r.name));
+            QVERIFY2(a, r.name);
+            QCOMPARE(a->text(), QString::fromLatin1(r.text));
+            QCOMPARE(a->toolTip(), QString::fromLatin1(r.tip));
+            QCOMPARE(a->shortcut(), QKeySequence(QString::fromLatin1(r.shortcut)));
+            QVERIFY2(!a->icon().isNull(), r.name);
+        }
+        QCOMPARE(w.action(QStringLiteral("actionExit"))->shortcut(), QKeySequence(QStringLiteral("Ctrl+Q")));
+        QVERIFY(w.action(QStringLiteral("actionReset_MC"))->isCheckable());
+
+        QStringList menus;
+        for (QAction* a : w.menuBar()->actions())
+            menus << a->text();
+        QCOMPARE(menus, QStringList({"File", "Edit", "Help"}));
+        QCOMPARE(names(w.menuBar()->actions().at(1)->menu()->actions()),
+                 QStringList({"actionPreferences", "actionClear_Syslog", "actionClear_Terminal"}));
+        QCOMPARE(names(w.menuBar()->actions().at(2)->menu()->actions()),
+                 QStringList({"actionCheck_for_updates", "actionAbout_Qt", "actionAbout"}));
+        auto* connection = w.findChild<QToolBar*>(QStringLiteral("a_connectionToolBar"));
+        auto* actions = w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"));
+        QCOMPARE(names(connection->actions()),
+                 QStringList({"actionConnect", "actionReset_MC", "actionMonitor_Only", "actionAutomatic_Reconnect"}));
+        QCOMPARE(names(actions->actions()),
+                 QStringList({"actionUpload", "actionDownload", "actionNew_File", "actionEdit", "actionRemove",
+                              "actionSync", "|", "actionUpload_Package", "|", "actionNew_Directory", "actionLaunch",
+                              "actionAbort", "actionReset", "actionDFU"}));
+        QVERIFY(!actions->isEnabled());
+        QVERIFY(!w.findChild<QProgressBar*>(QStringLiteral("progressBar"))->isVisible());
+        QCOMPARE(w.findChild<QTabWidget*>(QStringLiteral("logTabWidget"))->tabPosition(), QTabWidget::West);
+
+        const QStringList nine{"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit",
+                               "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch"};
+        w.fileOpsEnable(true);
+        for (QAction* a : w.findChildren<QAction*>()) {
+            if (a->objectName().isEmpty())
+                continue;
+            QCOMPARE(a->isEnabled(), true);
+        }
+        w.fileOpsEnable(false);
+        for (QAction* a : w.findChildren<QAction*>())
+            if (!a->objectName().isEmpty())
+                QCOMPARE(a->isEnabled(), !nine.contains(a->objectName()));
+    }
+
+    void settingsAndClose()
+    {
+        QSettings().setValue(QStringLiteral("UI/Dir"), m_dir.path());
+        QSettings().setValue(QStringLiteral("MC/ConnRest"), true);
+        {
+            PelkamWindow w;
+            w.readSettings();
+            QVERIFY(w.action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked());
+            QVERIFY(!w.action(QStringLiteral("actionMonitor_Only"))->isChecked());
+            w.action(QStringLiteral("actionMonitor_Only"))->setChecked(true);
+            w.writeSettings();
+            w.setupLocalDir(QDir::tempPath());
+            QVERIFY(w.close());
+        }
+        QVERIFY(QSettings().value(QStringLiteral("MC/MonOnly")).toBool());
+        QCOMPARE(QSettings().value(QStringLiteral("UI/Dir")).toString(), QDir::tempPath());
+        QVERIFY(QSettings().contains(QStringLiteral("UI/Geometry")));
+
+        // The close question only while an operation runs on an open link.
+        BoardSession s;
+        PelkamWindow w;
+        ScriptedPrompter* prompter = script(w);
+        w.setOperationInProgress(true);
+        QVERIFY(w.close());
+        QVERIFY(prompter->questions.isEmpty());
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        QVERIFY(w.connectTo(settings));
+        QSettings().remove(QStringLiteral("UI/Win"));
+        prompter->answers = {Prompter::No};
+        QVERIFY(!w.close());
+        QCOMPARE(prompter->questions.size(), 1);
+        QVERIFY(!QSettings().contains(QStringLiteral("UI/Win")));
+        prompter->answers = {Prompter::Yes};
+        QVERIFY(w.close());
+        QVERIFY(!w.link().isOpen());
+    }
+
+    void terminalColours_data()
+    {
+        QTest::addColumn<QString>("input");
+        QTest::addColumn<QString>("output");
+        const QString esc = QStringLiteral("\x1b");
+        QTest::newRow("green ok") << esc + "[32mOK" + esc + "[0m" << "<font color=green>OK</font>";
+        QTest::newRow("reset alone") << esc + "[0m" << "";
+        QTest::newRow("two colours") << esc + "[31ma" + esc + "[34mb" << "<font color=red>a</font><font color=blue>b";
+        QTest::newRow("list") << esc + "[1;31mx" << "<font color=black></font><font color=red>x";
+        QTest::newRow("bright") << esc + "[94mx" << "<font color=black>x";
+        QTest::newRow("markup kept") << "a<b" << "a<b";
+    }
+
+    void terminalColours()
+    {
+        QFETCH(QString, input);
+        QFETCH(QString, output);
+        QCOMPARE(PelkamWindow::processTerminalData(input), output);
+    }
+
+    void savingLogs()
+    {
+        PelkamWindow w;
+        ScriptedPrompter* prompter = script(w);
+        w.logAppend(QStringLiteral("hello <font color=red>world</font>"));
+        auto* log = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QVERIFY(log->toPlainText().contains(QStringLiteral("hello world")));
+        w.on_actionSaveSyslog_triggered(); // cancelled
+        QVERIFY(!QSettings().contains(QStringLiteral("UI/LogDir")));
+        prompter->fileName = m_dir.filePath(QStringLiteral("trace"));
+        w.on_actionSaveSyslog_triggered();
+        QFile saved(m_dir.filePath(QStringLiteral("trace.log")));
+        QVERIFY(saved.open(QIODevice::ReadOnly));
+        QVERIFY(saved.readAll().contains("hello world"));
+        QCOMPARE(QSettings().value(QStringLiteral("UI/LogDir")).toString(), m_dir.path());
+        prompter->fileName = m_dir.filePath(QStringLiteral("x.LOG"));
+        w.on_actionSaveTerminal_triggered();
+        QVERIFY(QFile::exists(m_dir.filePath(QStringLiteral("x.LOG"))));
+        prompter->fileName = QStringLiteral("/nonexistent-dir/a.log");
+        w.on_actionSaveSyslog_triggered();
+        QVERIFY(log->toPlainText().contains(QStringLiteral("Cannot save to /nonexistent-dir/a.log")));
+        QCOMPARE(QSettings().value(QStringLiteral("UI/LogDir")).toString(), QStringLiteral("/nonexistent-dir"));
+        w.on_actionClear_Syslog_triggered();
+        QVERIFY(log->toPlainText().isEmpty());
+    }
+
+    void realWindowWithBoard()
+    {
+        BoardSession s(QStringLiteral("stm32"), {}, {{"main.py", "print('hi')\n"}, {"lib/", {}}});
+        PelkamWindow w;
+        w.readSettings();
+        w.show();
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return w.mcModel().fileExists(QStringLiteral("main.py")); }, 20000));
+        QVERIFY(w.mcModel().dirExists(QStringLiteral("lib")));
+        auto* log = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QVERIFY(log->toPlainText().contains(QStringLiteral("Connected to micropython board pyboard")));
+        QVERIFY(w.action(QStringLiteral("actionUpload"))->isEnabled());
+        QVERIFY(w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"))->isEnabled());
+        // Double-clicking a folder opens it; ".." goes back.
+        w.on_mcFileList_doubleClicked(w.mcModel().index(1, 0));
+        QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/lib/"));
+        w.on_mcFileList_doubleClicked(w.mcModel().index(0, 0));
+        QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
+        w.on_actionConnect_triggered(); // disconnects
+        QVERIFY(!w.link().isOpen());
+        QCOMPARE(w.mcModel().rowCount(), 0);
+    }
+};
+
+QTEST_MAIN(TestMainWindow)
 #include "tst_mainwindow.moc"
