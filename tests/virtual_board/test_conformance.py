@@ -1,0 +1,186 @@
+"""Drives the virtual board byte by byte, as a board tool would."""
+import os
+import select
+import shutil
+import subprocess
+import tempfile
+import time
+import tty
+import unittest
+
+HERE = os.path.dirname(os.path.abspath(__file__))
+BOARD = os.path.join(HERE, "..", "..", "tools", "virtual-board", "virtual-board")
+
+
+class Board:
+    def __init__(self, flavour, *args):
+        self.dir = tempfile.mkdtemp()
+        self.link = os.path.join(self.dir, "tty")
+        started = time.monotonic()
+        self.proc = subprocess.Popen(
+            [BOARD, "--flavour", flavour, "--link", self.link, "--dump", os.path.join(self.dir, "dump"), *args],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL)
+        self.path = self.proc.stdout.readline().decode().strip()
+        self.startup = time.monotonic() - started
+        self.fd = None
+        self.open()
+
+    def open(self):
+        self.fd = os.open(self.path, os.O_RDWR | os.O_NOCTTY)
+        tty.setraw(self.fd)
+
+    def send(self, data):
+        os.write(self.fd, data)
+
+    def read_until(self, marker, timeout=5.0):
+        out = b""
+        end = time.monotonic() + timeout
+        while marker not in out and time.monotonic() < end:
+            r, _, _ = select.select([self.fd], [], [], 0.05)
+            if r:
+                try:
+                    out += os.read(self.fd, 4096)
+                except OSError:
+                    break
+        return out
+
+    def close(self):
+        if self.fd is not None:
+            try:
+                os.close(self.fd)
+            except OSError:
+                pass
+        self.proc.terminate()
+        self.proc.wait(10)
+        shutil.rmtree(self.dir, ignore_errors=True)
+
+
+class Conformance(unittest.TestCase):
+    def board(self, flavour, *args):
+        b = Board(flavour, *args)
+        self.addCleanup(b.close)
+        return b
+
+    def test_repl_modes(self):
+        for flavour in ("stm32", "esp32"):
+            b = self.board(flavour)
+            self.assertLess(b.startup, 1.0, "the board should start in under a second")
+            b.send(b"\x02")
+            self.assertTrue(b.read_until(b">>> ").endswith(b"\r\n>>> "))
+            b.send(b"print(1+1)\r\n")
+            self.assertEqual(b.read_until(b">>> "), b"print(1+1)\r\n2\r\n>>> ")
+            b.send(b"\x05")
+            self.assertIn(b"paste mode; Ctrl-C to cancel, Ctrl-D to finish\r\n=== ", b.read_until(b"=== "))
+            b.send(b"for i in range(2):\n print('p', i)\n\x04")
+            self.assertIn(b"p 1\r\n>>> ", b.read_until(b"p 1\r\n>>> "))
+            b.send(b"\x01")
+            self.assertEqual(b.read_until(b">"), b"\r\nraw REPL; CTRL-B to exit\r\n>")
+            b.send(b"import sys\r\nprint(sys.stdin.buffer.read(4))\x04")
+            time.sleep(0.1)
+            b.send(b"wxyz")
+            self.assertEqual(b.read_until(b"\x04>"), b"OKb'wxyz'\r\n\x04\x04>")
+            b.send(b"1/0\x04")
+            out = b.read_until(b"\x04>")
+            self.assertTrue(out.startswith(b"OK\x04Traceback"))
+            self.assertIn(b"ZeroDivisionError", out)
+            b.send(b"import os\r\nprint(os.uname().sysname, len(list(os.ilistdir()))>=0)\x04")
+            self.assertIn(b"pyboard" if flavour == "stm32" else b"esp32", b.read_until(b"\x04>"))
+            # Ctrl-C interrupts code blocked in a stdin read and a busy loop with sleeps.
+            b.send(b"import sys\r\nsys.stdin.buffer.read(10)\x04")
+            time.sleep(0.2)
+            b.send(b"\x03")
+            self.assertIn(b"KeyboardInterrupt", b.read_until(b"\x04>"))
+            b.send(b"import time\r\nwhile True: time.sleep(0.01)\x04")
+            time.sleep(0.2)
+            b.send(b"\x03")
+            self.assertIn(b"KeyboardInterrupt", b.read_until(b"\x04>"))
+            b.send(b"\x02")
+            self.assertTrue(b.read_until(b">>> ").endswith(b">>> "))
+
+    def test_files_hash_and_listing(self):
+        seed = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, seed, True)
+        with open(os.path.join(seed, "main.py"), "w") as f:
+            f.write("x = 1\n")
+        for flavour, root in (("stm32", "/flash"), ("esp32", "/")):
+            b = self.board(flavour, "--seed", seed, "--entries", "3", "--hash", "sha1")
+            b.send(b"\x02")
+            b.read_until(b">>> ")
+            b.send(b"import os\r\nprint(os.listdir('/'))\r\n")
+            out = b.read_until(b"]\r\n>>> ")
+            self.assertIn(b"['flash']" if flavour == "stm32" else b"['main.py']", out)
+            b.send(("print(list(os.ilistdir('%s')))\r\n" % root).encode())
+            self.assertIn(b"('main.py', 32768, 0)]", b.read_until(b"]\r\n>>> "))
+            b.send(b"import hashlib\r\nprint(hasattr(hashlib,'md5'), hasattr(hashlib,'sha1'))\r\n")
+            self.assertIn(b"False True", b.read_until(b"True\r\n>>> "))
+            b.send(b"f=open('new.txt','w');f.write('abc');f.close()\r\n")
+            b.read_until(b">>> ")
+            os.kill(b.proc.pid, 10)
+            time.sleep(0.5)
+            with open(os.path.join(b.dir, "dump", "new.txt")) as f:
+                self.assertEqual(f.read(), "abc")
+
+    def test_reset_and_dfu(self):
+        for flavour in ("stm32", "esp32"):
+            b = self.board(flavour, "--reset-delay", "200")
+            b.send(b"\x02")
+            b.read_until(b">>> ")
+            b.send(b"f=open('keep.txt','w');f.write('kept');f.close()\r\n")
+            b.read_until(b">>> ")
+            b.send(b"import machine; machine.reset(1)\r\n")
+            b.read_until(b"never", timeout=0.5)
+            os.close(b.fd)
+            b.fd = None
+            end = time.monotonic() + 5
+            while not os.path.exists(b.path) and time.monotonic() < end:
+                time.sleep(0.05)
+            self.assertTrue(os.path.exists(b.path), "the board comes back after a reset")
+            b.open()
+            b.send(b"\x03print(open('keep.txt').read())\r\n")
+            self.assertIn(b"kept", b.read_until(b"kept\r\n>>> "))
+            b.send(b"import machine; machine.dfu()\r\n")
+            time.sleep(1.0)
+            self.assertFalse(os.path.exists(b.path), "DFU drops the port for good")
+
+    def test_uart_pacing(self):
+        b = self.board("esp32", "--baud", "9600")
+        b.send(b"\x02")
+        b.read_until(b">>> ")
+        b.send(b"print('x'*1920)\r\n")
+        start = time.monotonic()
+        out = b.read_until(b"x" * 1920 + b"\r\n>>> ", timeout=10)
+        elapsed = time.monotonic() - start
+        rate = len(out) / elapsed
+        self.assertLess(abs(rate - 960) / 960, 0.10, "paced at %.0f bytes/s" % rate)
+
+    def test_faults(self):
+        b = self.board("stm32", "--arm-on", "GO", "--flip-tx", "0", "--latency", "300")
+        b.send(b"\x02")
+        b.read_until(b">>> ")
+        time.sleep(0.5)
+        b.read_until(b"never", timeout=0.2)
+        b.send(b"GO\r\n")
+        start = time.monotonic()
+        out = b.read_until(b">>> ")
+        self.assertGreaterEqual(time.monotonic() - start, 0.25)
+        self.assertTrue(out.startswith(b"FO"), out)
+        b = self.board("stm32", "--arm-on", "AB", "--flip-rx", "0")
+        b.send(b"\x02")
+        b.read_until(b">>> ")
+        b.send(b"AB print(1)\r\n")
+        self.assertIn(b"AB!print(1)", b.read_until(b">>> "))
+        b = self.board("stm32", "--mute-after", "10")
+        b.send(b"\x02print(12345)\r\n")
+        self.assertEqual(len(b.read_until(b"12345", timeout=1.5)), 10)
+        b = self.board("stm32", "--drop-rx", "5")
+        b.send(b"\x02\x02\x02\x02\x02\x02")
+        time.sleep(0.5)
+        self.assertFalse(os.path.exists(b.path))
+        b = self.board("stm32", "--drop-tx", "20")
+        b.send(b"\x02")
+        time.sleep(0.5)
+        self.assertFalse(os.path.exists(b.path))
+
+
+if __name__ == "__main__":
+    unittest.main()
