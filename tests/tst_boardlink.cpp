@@ -76,11 +76,16 @@ void TestBoardLink::replySplitting()
 
     // Queued lines go to the Syslog in REPL states, without the prompt, cut at a zero byte.
     s.link.setState(MC_REPL);
-    s.device.send(QByteArray("one\0hidden\r\n>>> \r\n", 19));
+    s.device.send(QByteArray("one\0hidden\r\n>>> \r\n", 18));
     QVERIFY(waitFor([&] { return s.link.hasReply(); }));
     s.link.processQueue();
     QCOMPARE(s.log.last(), QStringLiteral("one"));
     QVERIFY(!s.log.contains(QStringLiteral(">>> ")));
+
+    // Unknown state: lines go straight to the Terminal.
+    s.link.setState(MC_UNKNOWN);
+    s.device.send("boot message\r\n");
+    QVERIFY(waitFor([&] { return s.terminal.contains(QStringLiteral("boot message")); }));
 
     // Leaving the running state says so in red.
     s.link.setState(MC_RUNNING);
@@ -121,9 +126,15 @@ void TestBoardLink::timeoutsAndAbort()
     s.device.clearReceived();
     QVERIFY(s.link.to_repl());
     QCOMPARE(s.device.received(), QByteArray());
+    // to_raw from the unknown state: Ctrl-B Ctrl-C, then Ctrl-A.
+    s.link.setState(MC_UNKNOWN);
+    s.device.clearReceived();
+    s.device.addStep(QByteArray("\x02\x03"), QByteArray(">>> "));
+    s.device.addStep(QByteArray("\x01"), QByteArray("\r\nraw REPL; CTRL-B to exit\r\n>"));
+    QVERIFY2(s.link.to_raw(), qPrintable(QString::fromLatin1(s.device.received().toHex()) + s.log.join(QLatin1Char('|'))));
+    QCOMPARE(s.device.received(), QByteArray("\x02\x03\x01"));
+    QVERIFY(s.log.contains(QStringLiteral("RAW REPL initialized")));
     // A board that does not answer: the old state comes back.
-    s.link.setState(MC_REPL);
-    QVERIFY(!s.link.tranceive("", 10) || true);
     s.link.setState(MC_UNKNOWN);
     QVERIFY(!s.link.to_repl());
     QCOMPARE(s.link.state(), MC_UNKNOWN);
@@ -149,12 +160,15 @@ void TestBoardLink::closingEndsWaits()
 
 void TestBoardLink::connectStopAndMonitor()
 {
+    const QMap<QString, QByteArray> seed{
+        {"main.py", "import time\nn=0\nwhile True:\n print('tick', n)\n n+=1\n time.sleep(0.05)\n"}};
     for (const QString& flavour : {QStringLiteral("stm32"), QStringLiteral("esp32")}) {
-        BoardSession s(flavour);
+        BoardSession s(flavour, {}, seed);
         QVERIFY(s.board.isRunning());
-        // Monitor Only: the board is left alone, its output goes to the Terminal.
+        // Monitor Only: the program keeps running, its output goes to the Terminal.
         QVERIFY(s.link.connectToBoard(s.settings(), false, false));
-        QVERIFY(waitFor([&] { return s.terminal.filter(QStringLiteral("Opened connection to")).size() == 1; }));
+        QVERIFY(waitFor([&] { return s.terminal.filter(QStringLiteral("tick")).size() >= 3; }));
+        QCOMPARE(s.terminal.filter(QStringLiteral("Opened connection to")).size(), 1);
         QCOMPARE(s.link.state(), MC_UNKNOWN);
         s.link.connectionClosed();
         QVERIFY(!s.logged(QStringLiteral("Reconnecting")));
@@ -163,7 +177,10 @@ void TestBoardLink::connectStopAndMonitor()
         QVERIFY(s.open());
         QCOMPARE(s.link.state(), MC_REPL);
         QVERIFY(s.logged(QStringLiteral("REPL initialized")));
-        QCOMPARE(s.model.dirPath(), s.root());
+        QVERIFY(s.model.fileExists(QStringLiteral("main.py")));
+        const int ticks = s.terminal.filter(QStringLiteral("tick")).size();
+        QTest::qWait(300);
+        QCOMPARE(s.terminal.filter(QStringLiteral("tick")).size(), ticks);
     }
 }
 
@@ -186,6 +203,25 @@ void TestBoardLink::rawBoardRecoveredAndAbort()
     QVERIFY(s.logged(QStringLiteral("Stopped")));
     QVERIFY(waitFor([&] { return s.infoDone; }));
     QCOMPARE(s.link.state(), MC_REPL);
+
+    // Launch runs main.py after a reset; Abort stops it and the board is listed again.
+    QVERIFY(s.link.tranceive("f=open('main.py','w');f.write('import time\\nwhile 1:\\n print(12345)\\n time.sleep(0.1)\\n');"
+                             "f.close()\r\n",
+                             3000));
+    s.link.drain();
+    s.log.clear();
+    s.link.launch();
+    QCOMPARE(s.link.state(), MC_RUNNING);
+    QVERIFY(s.logged(QStringLiteral("Launching...")));
+    QVERIFY(waitFor([&] { return s.logged(QStringLiteral("Connection closed")); }));
+    QVERIFY(waitFor([&] { return s.link.isOpen(); }, 15000));
+    QVERIFY(waitFor([&] { return s.terminal.filter(QStringLiteral("12345")).size() >= 2; }, 15000));
+    QCOMPARE(s.link.state(), MC_UNKNOWN);
+    s.infoDone = false;
+    QVERIFY(s.link.abort());
+    QVERIFY(waitFor([&] { return s.infoDone; }));
+    QCOMPARE(s.link.state(), MC_REPL);
+    QVERIFY(s.model.fileExists(QStringLiteral("main.py")));
 }
 
 void TestBoardLink::launchResetAndReconnect()

@@ -73,7 +73,7 @@ QString VirtualBoard::dump()
     // The board rewrites the whole folder, so the stamp disappears when done.
     QElapsedTimer timer;
     timer.start();
-    while (QFile::exists(stamp) && timer.elapsed() < kDumpTimeoutMs) {
+    while ((QFile::exists(stamp) || !QFileInfo::exists(dir)) && timer.elapsed() < kDumpTimeoutMs) {
         QCoreApplication::processEvents();
         QThread::msleep(10);
     }

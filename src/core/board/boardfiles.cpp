@@ -472,17 +472,8 @@ bool BoardFiles::mc_mkdir(QString path)
         if (!m_link.tranceive(substituteDir(paste, prefix).toLatin1() + "\r\n", kMkdirTimeoutMs))
             return false;
     }
-    bool result = false;
-    m_link.qDelay(100);
-    while (m_link.isOpen()) {
-        m_link.processQueue();
-        m_link.qDelay(kIdleStepMs);
-        m_link.io_ready();
-        result = true;
-        if (!m_link.hasReply())
-            break;
-    }
-    return result;
+    m_link.drain();
+    return m_link.isOpen();
 }
 
 bool BoardFiles::mc_direxists(const QString& path)

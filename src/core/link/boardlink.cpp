@@ -1,5 +1,6 @@
 #include "boardlink.h"
 
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QSerialPortInfo>
@@ -23,6 +24,7 @@ constexpr int kAbortTimeoutMs = 1000;
 constexpr int kChunkGapMs = 100;
 constexpr int kDrainStartMs = 100;
 constexpr int kDrainStepMs = 200;
+constexpr int kDrainLimitMs = 3000;
 constexpr int kResetSettleMs = 100;
 constexpr int kInitWaitEspMs = 1500;
 constexpr int kInitWaitStmMs = 500;
@@ -195,14 +197,22 @@ void BoardLink::processQueue()
 
 void BoardLink::drain()
 {
-    if (!qDelay(kDrainStartMs))
-        return;
+    if (qDelay(kDrainStartMs))
+        drainQueue();
+}
+
+void BoardLink::drainQueue()
+{
+    // A board that never falls silent (a program printing in a loop) would
+    // keep this going forever: stop after a while, the rest comes later.
+    QElapsedTimer timer;
+    timer.start();
     do {
         processQueue();
         if (!qDelay(kDrainStepMs))
             return;
         io_ready();
-    } while (!m_queue.isEmpty() && m_port.isOpen());
+    } while (!m_queue.isEmpty() && m_port.isOpen() && timer.elapsed() < kDrainLimitMs);
 }
 
 void BoardLink::flushQueue(bool init)
@@ -214,12 +224,7 @@ void BoardLink::flushQueue(bool init)
         if (!qDelay(kDrainStartMs))
             return;
     }
-    do {
-        processQueue();
-        if (!qDelay(kDrainStepMs))
-            return;
-        io_ready();
-    } while (!m_queue.isEmpty() && m_port.isOpen());
+    drainQueue();
 }
 
 bool BoardLink::to_repl()
@@ -232,7 +237,9 @@ bool BoardLink::to_repl()
         return false;
     }
     setState(MC_REPL);
-    const QByteArray command = old == MC_RAW ? QByteArray(1, kCtrlB) : QByteArray{kCtrlB, kCtrlC};
+    QByteArray command(1, kCtrlB);
+    if (old != MC_RAW)
+        command += kCtrlC;
     if (tranceive(command, kReplTimeoutMs)) {
         if (old != MC_RAW)
             drain();

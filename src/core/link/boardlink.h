@@ -105,6 +105,7 @@ signals:
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
     int waitLoop(int ms, bool endOnData, bool endOnEod);
+    void drainQueue();
     void appendLine(const QByteArray& line);
 
     QSerialPort m_port;

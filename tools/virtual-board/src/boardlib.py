@@ -4,6 +4,7 @@ import sys
 import js
 import vfs
 import binascii
+import micropython
 
 _cfg = js.vbConfig
 _host = js.vbHost
@@ -192,6 +193,8 @@ def _vb_run(name):
         open(name).close()
     except OSError:
         return
+    # Ctrl-C must reach a program started at boot, as on a board.
+    micropython.kbd_intr(3)
     try:
         exec(open(name).read(), {"__name__": "__main__"})
     except BaseException as e:

@@ -51,15 +51,19 @@ export function readHostTree(dir) {
   return entries;
 }
 
+// Writes into a fresh folder and swaps it in, so a reader never sees half a dump.
 export function writeTreeToHost(dir, entries) {
-  fs.mkdirSync(dir, { recursive: true });
-  for (const name of fs.readdirSync(dir)) fs.rmSync(path.join(dir, name), { recursive: true, force: true });
+  const fresh = `${dir}.new`;
+  fs.rmSync(fresh, { recursive: true, force: true });
+  fs.mkdirSync(fresh, { recursive: true });
   for (const [rel, data] of entries) {
-    const full = path.join(dir, rel);
+    const full = path.join(fresh, rel);
     if (data === null) fs.mkdirSync(full, { recursive: true });
     else {
       fs.mkdirSync(path.dirname(full), { recursive: true });
       fs.writeFileSync(full, data);
     }
   }
+  fs.rmSync(dir, { recursive: true, force: true });
+  fs.renameSync(fresh, dir);
 }
