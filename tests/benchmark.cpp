@@ -81,7 +81,8 @@ Figures measure(const QString& label, const QStringList& args, const QTemporaryD
     // the raw REPL settle) and the bytes' time on the wire.
     const int chunks = (kBigFile * 4 / 3 + 511) / 512;
     const double fixed = 0.3 + 0.3 + 0.4 + 0.3;
-    const double wire = args.contains(QStringLiteral("--baud")) ? (kBigFile * 4.0 / 3 + chunks * 3) / (kBaud / 10.0) : 0;
+    const double wire =
+        args.contains(QStringLiteral("--baud")) ? (kBigFile * 4.0 / 3 + chunks * 3) / (kBaud / 10.0) : 0;
     f.perChunkMs = (upSeconds - fixed - wire) * 1000.0 / chunks;
 
     t.restart();
@@ -122,7 +123,8 @@ int main(int argc, char* argv[])
     QTemporaryDir dir;
     QTextStream out(stdout);
 
-    const Figures paced = measure(QStringLiteral("115200 baud"), {QStringLiteral("--baud"), QString::number(kBaud)}, dir, out);
+    const Figures paced =
+        measure(QStringLiteral("115200 baud"), {QStringLiteral("--baud"), QString::number(kBaud)}, dir, out);
     const Figures unpaced = measure(QStringLiteral("unpaced"), {}, dir, out);
 
     long before = 0;
@@ -141,7 +143,8 @@ int main(int argc, char* argv[])
         }
     }
     const double expectedKb = kHugeFile * (1 + 4.0 / 3) / 1024;
-    out << QStringLiteral("10 MB upload (unpaced, %1 s): peak memory grew by %2 kB; the file raw and in base64 is %3 kB\n")
+    out << QStringLiteral(
+               "10 MB upload (unpaced, %1 s): peak memory grew by %2 kB; the file raw and in base64 is %3 kB\n")
                .arg(hugeSeconds, 0, 'f', 1)
                .arg(after - before)
                .arg(expectedKb, 0, 'f', 0);

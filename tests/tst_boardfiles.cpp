@@ -57,13 +57,17 @@ void TestBoardFiles::pyStringLiterals_data()
 {
     QTest::addColumn<QString>("text");
     QTest::addColumn<QString>("literal");
-    QTest::newRow("plain") << "/flash/main.py" << "'/flash/main.py'";
-    QTest::newRow("quote") << "it's" << "'it\\'s'";
-    QTest::newRow("backslash") << "a\\b" << "'a\\\\b'";
+    QTest::newRow("plain") << "/flash/main.py"
+                           << "'/flash/main.py'";
+    QTest::newRow("quote") << "it's"
+                           << "'it\\'s'";
+    QTest::newRow("backslash") << "a\\b"
+                               << "'a\\\\b'";
     QTest::newRow("latin1") << QString::fromUtf8("caf\xc3\xa9") << "'caf\\xe9'";
     QTest::newRow("cyrillic") << QString::fromUtf8("\xd0\xb6") << "'\\u0436'";
     QTest::newRow("emoji") << QString::fromUtf8("\xf0\x9f\x98\x80") << "'\\U0001f600'";
-    QTest::newRow("newline") << "a\nb" << "'a\\x0ab'";
+    QTest::newRow("newline") << "a\nb"
+                             << "'a\\x0ab'";
 }
 
 void TestBoardFiles::pyStringLiterals()
@@ -114,8 +118,8 @@ void TestBoardFiles::dirModel()
     model.setDirPath(QStringLiteral("/flash"));
     model.append({QStringLiteral("..")}, true);
     model.appendExt(QJsonDocument::fromJson(R"([{"n":"lib","s":-1}])").array(), true, "n", "s");
-    model.appendExt(QJsonDocument::fromJson(R"([{"n":"main.py","s":2048},{"n":"x","s":-1},{"n":"y"}])").array(),
-                    false, "n", "s");
+    model.appendExt(QJsonDocument::fromJson(R"([{"n":"main.py","s":2048},{"n":"x","s":-1},{"n":"y"}])").array(), false,
+                    "n", "s");
     model.append({}, false);
     QCOMPARE(model.rowCount(), 5);
     QCOMPARE(model.rowCount(model.index(0, 0)), 0);
@@ -229,7 +233,8 @@ void TestBoardFiles::corruptedTransfers()
         BoardSession s(QStringLiteral("stm32"), {"--arm-on", "_upload('", "--flip-rx", "200"});
         QVERIFY(s.open());
         QVERIFY(!s.files.upload(writeLocal(QStringLiteral("d.bin"), data), QStringLiteral("/flash/d.bin")));
-        QVERIFY2(s.logged(QStringLiteral("Invalid reply ") + QString::fromLatin1(QByteArray("#4Inv csum").toHex().toUpper())),
+        QVERIFY2(s.logged(QStringLiteral("Invalid reply ") +
+                          QString::fromLatin1(QByteArray("#4Inv csum").toHex().toUpper())),
                  qPrintable(s.log.join('\n')));
     }
     {
@@ -281,7 +286,8 @@ void TestBoardFiles::commands()
         QVERIFY(!s.files.remove(r + QStringLiteral("a/f.txt"), false));
         QVERIFY(s.logged(QStringLiteral("Removal error: ")));
         QVERIFY(!s.files.remove(r + QStringLiteral("a/b"), true));
-        QVERIFY2(s.logged(QStringLiteral("Removal error: [Errno 39] ENOTEMPTY. Aborted")), qPrintable(s.log.join('\n')));
+        QVERIFY2(s.logged(QStringLiteral("Removal error: [Errno 39] ENOTEMPTY. Aborted")),
+                 qPrintable(s.log.join('\n')));
         QVERIFY(s.files.remove(r + QStringLiteral("a/b/c"), true));
         s.board.dump();
         QVERIFY(QFileInfo(s.board.dump() + QStringLiteral("/a/b")).isDir());
@@ -312,7 +318,8 @@ void TestBoardFiles::scriptsAndLinkTest()
 {
     BoardSession s(QStringLiteral("esp32"));
     QVERIFY(s.open());
-    const QString script = writeLocal(QStringLiteral("run.py"), "for i in range(3):\n print('line', i)\nprint('a>b')\n");
+    const QString script =
+        writeLocal(QStringLiteral("run.py"), "for i in range(3):\n print('line', i)\nprint('a>b')\n");
     QVERIFY(s.files.execute_script(script));
     QVERIFY(s.logged(QStringLiteral("&gt;&gt;line 0")));
     QVERIFY(s.logged(QStringLiteral("&gt;&gt;line 2")));
@@ -331,14 +338,14 @@ void TestBoardFiles::scriptsAndLinkTest()
 
 void TestBoardFiles::listingAndInfo()
 {
-    const QMap<QString, QByteArray> seed{{"lib/", {}}, {"zdir/", {}}, {"main.py", QByteArray(2000, 'x')},
-                                         {"a.txt", "1"}};
+    const QMap<QString, QByteArray> seed{
+        {"lib/", {}}, {"zdir/", {}}, {"main.py", QByteArray(2000, 'x')}, {"a.txt", "1"}};
     for (const QString& entries : {QStringLiteral("4"), QStringLiteral("3")}) {
         BoardSession s(QStringLiteral("stm32"), {"--entries", entries, "--uname", "nodename=bench-1"}, seed);
         QSettings().setValue(QStringLiteral("MC/STMDir"), QStringLiteral("/sd"));
         QVERIFY(s.open());
-        QVERIFY(s.logged(QStringLiteral("Connected to micropython board bench-1 (mod unknown), release 1.27.0. "
-                                        "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")));
+        QVERIFY2(s.logged(QStringLiteral("Connected to micropython board bench-1 (mod unknown), release 1.27.0. "
+                                        "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")), qPrintable(s.log.join(QLatin1Char(10))));
         // The missing start folder falls back to /flash.
         QCOMPARE(s.model.dirPath(), QStringLiteral("/flash/"));
         QStringList names;

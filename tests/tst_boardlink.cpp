@@ -131,7 +131,8 @@ void TestBoardLink::timeoutsAndAbort()
     s.device.clearReceived();
     s.device.addStep(QByteArray("\x02\x03"), QByteArray(">>> "));
     s.device.addStep(QByteArray("\x01"), QByteArray("\r\nraw REPL; CTRL-B to exit\r\n>"));
-    QVERIFY2(s.link.to_raw(), qPrintable(QString::fromLatin1(s.device.received().toHex()) + s.log.join(QLatin1Char('|'))));
+    QVERIFY2(s.link.to_raw(),
+             qPrintable(QString::fromLatin1(s.device.received().toHex()) + s.log.join(QLatin1Char('|'))));
     QCOMPARE(s.device.received(), QByteArray("\x02\x03\x01"));
     QVERIFY(s.log.contains(QStringLiteral("RAW REPL initialized")));
     // A board that does not answer: the old state comes back.
@@ -205,9 +206,10 @@ void TestBoardLink::rawBoardRecoveredAndAbort()
     QCOMPARE(s.link.state(), MC_REPL);
 
     // Launch runs main.py after a reset; Abort stops it and the board is listed again.
-    QVERIFY(s.link.tranceive("f=open('main.py','w');f.write('import time\\nwhile 1:\\n print(12345)\\n time.sleep(0.1)\\n');"
-                             "f.close()\r\n",
-                             3000));
+    QVERIFY(s.link.tranceive(
+        "f=open('main.py','w');f.write('import time\\nwhile 1:\\n print(12345)\\n time.sleep(0.1)\\n');"
+        "f.close()\r\n",
+        3000));
     s.link.drain();
     s.log.clear();
     s.link.launch();

@@ -1,12 +1,15 @@
 #include "boardsession.h"
+#include "connectionpopup.h"
 #include "pelkamwindow.h"
 
 #include <QAction>
+#include <QComboBox>
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QToolBar>
+#include <QToolButton>
 #include <QtTest>
 
 class TestMainWindow : public QObject {
@@ -89,8 +92,9 @@ private slots:
         QVERIFY(!w.findChild<QProgressBar*>(QStringLiteral("progressBar"))->isVisible());
         QCOMPARE(w.findChild<QTabWidget*>(QStringLiteral("logTabWidget"))->tabPosition(), QTabWidget::West);
 
-        const QStringList nine{"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit",
-                               "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch"};
+        const QStringList nine{"actionUpload",        "actionDownload",       "actionNew_File",
+                               "actionNew_Directory", "actionEdit",           "actionRemove",
+                               "actionSync",          "actionUpload_Package", "actionLaunch"};
         w.fileOpsEnable(true);
         for (QAction* a : w.findChildren<QAction*>()) {
             if (a->objectName().isEmpty())
@@ -146,12 +150,22 @@ private slots:
         QTest::addColumn<QString>("input");
         QTest::addColumn<QString>("output");
         const QString esc = QStringLiteral("\x1b");
-        QTest::newRow("green ok") << esc + "[32mOK" + esc + "[0m" << "<font color=green>OK</font>";
-        QTest::newRow("reset alone") << esc + "[0m" << "";
-        QTest::newRow("two colours") << esc + "[31ma" + esc + "[34mb" << "<font color=red>a</font><font color=blue>b";
-        QTest::newRow("list") << esc + "[1;31mx" << "<font color=black></font><font color=red>x";
-        QTest::newRow("bright") << esc + "[94mx" << "<font color=black>x";
-        QTest::newRow("markup kept") << "a<b" << "a<b";
+        QTest::newRow("green ok") << esc + "[32mOK" + esc + "[0m"
+                                  << "<font color=green>OK</font>";
+        QTest::newRow("reset alone") << esc + "[0m"
+                                     << "";
+        QTest::newRow("two colours") << esc + "[31ma" + esc + "[34mb"
+                                     << "<font color=red>a</font><font color=blue>b";
+        QTest::newRow("list") << esc + "[1;31mx"
+                              << "<font color=black></font><font color=red>x";
+        QTest::newRow("bright") << esc + "[94mx"
+                                << "<font color=black>x";
+        QTest::newRow("markup kept") << "a<b"
+                                     << "a<b";
+        // A reset at the start shortens the text: the search resumes counting
+        // back from the end and passes over the next escape, as it must.
+        QTest::newRow("resume rule") << esc + "[0mabcdefgh" + esc + "[31mx"
+                                     << "abcdefgh" + esc + "[31mx";
     }
 
     void terminalColours()
@@ -185,6 +199,44 @@ private slots:
         QCOMPARE(QSettings().value(QStringLiteral("UI/LogDir")).toString(), QStringLiteral("/nonexistent-dir"));
         w.on_actionClear_Syslog_triggered();
         QVERIFY(log->toPlainText().isEmpty());
+    }
+
+    void connectionPopup()
+    {
+        QSettings().setValue(QStringLiteral("UI/MC"), 1);
+        QSettings().setValue(QStringLiteral("UI/Baud"), QStringLiteral("57600"));
+        {
+            ConnectionPopup popup;
+            popup.readSettings();
+            QCOMPARE(popup.type(), 1);
+            QCOMPARE(popup.baud(), 57600);
+            auto* ports = popup.findChild<QComboBox*>(QStringLiteral("portsCombo"));
+            auto* apply = popup.findChild<QToolButton*>(QStringLiteral("applyButton"));
+            ports->clear();
+            ports->setEditText(QString());
+            QVERIFY(!apply->isEnabled());
+            ports->setEditText(QStringLiteral("/tmp/my-board"));
+            QVERIFY(apply->isEnabled());
+            // Dismissing the popup emits done() but applies nothing.
+            QSignalSpy done(&popup, &ConnectionPopup::done);
+            popup.show();
+            popup.close();
+            QCOMPARE(done.count(), 1);
+            QVERIFY(!popup.applied());
+            popup.show();
+            QTest::mouseClick(apply, Qt::LeftButton);
+            QVERIFY(popup.applied());
+            QCOMPARE(done.count(), 2);
+            popup.writeSettings();
+        }
+        QCOMPARE(QSettings().value(QStringLiteral("UI/Port")).toString(), QStringLiteral("/tmp/my-board"));
+        ConnectionPopup popup;
+        popup.readSettings();
+        QCOMPARE(popup.port(), QStringLiteral("/tmp/my-board"));
+        ConnectionPopup offered;
+        offered.setOfferedPort(QStringLiteral("/tmp/virtual"));
+        offered.readSettings();
+        QCOMPARE(offered.port(), QStringLiteral("/tmp/virtual"));
     }
 
     void realWindowWithBoard()

@@ -52,7 +52,8 @@ private slots:
         // A first run stores the numeric language code, which matches no translation.
         QSettings().clear();
         apply({});
-        QCOMPARE(QSettings().value(QStringLiteral("UI/Language")).toInt(), static_cast<int>(QLocale::system().language()));
+        QCOMPARE(QSettings().value(QStringLiteral("UI/Language")).toInt(),
+                 static_cast<int>(QLocale::system().language()));
         apply({QStringLiteral("--reset")});
         QCOMPARE(QSettings().allKeys(), QStringList{QStringLiteral("UI/Language")});
     }

@@ -19,9 +19,9 @@ int main(int argc, char* argv[])
     parser.addHelpOption();
     ThemeDetector::addOptions(parser);
     startup::addOptions(parser);
-    parser.addOption(QCommandLineOption(QStringLiteral("port"),
-                                        QCoreApplication::translate("main", "Offer this device path in the connection popup."),
-                                        QStringLiteral("path")));
+    parser.addOption(QCommandLineOption(
+        QStringLiteral("port"), QCoreApplication::translate("main", "Offer this device path in the connection popup."),
+        QStringLiteral("path")));
     parser.process(app);
 
     {

@@ -31,8 +31,8 @@ void addOptions(QCommandLineParser& parser)
 {
     parser.setApplicationDescription(
         QCoreApplication::translate("main", "Tarvel micropython powered boards management utility."));
-    parser.addOption(QCommandLineOption(QStringLiteral("reset"),
-                                        QCoreApplication::translate("main", "Reset all settings to their default value.")));
+    parser.addOption(QCommandLineOption(
+        QStringLiteral("reset"), QCoreApplication::translate("main", "Reset all settings to their default value.")));
     parser.addOption(QCommandLineOption(QStringList{QStringLiteral("l"), QStringLiteral("lang")},
                                         QCoreApplication::translate("main", "Set UI language to <lang>."),
                                         QStringLiteral("lang")));

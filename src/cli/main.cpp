@@ -75,7 +75,7 @@ int main(int argc, char* argv[])
     }
 
     const QStringList args = parser.positionalArguments();
-    static const QHash<QString, int> arity{{"info", 0}, {"ls", 1},    {"get", 2},  {"put", 2}, {"rm", 1},
+    static const QHash<QString, int> arity{{"info", 0},  {"ls", 1},    {"get", 2},  {"put", 2}, {"rm", 1},
                                            {"rmdir", 1}, {"mkdir", 1}, {"hash", 1}, {"exec", 1}};
     if (args.isEmpty())
         return usage(QStringLiteral("no command given"));
@@ -101,13 +101,15 @@ int main(int argc, char* argv[])
     const bool progressShown = isatty(STDERR_FILENO);
     QObject::connect(&link, &BoardLink::logLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
     QObject::connect(&files, &BoardFiles::logLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
-    QObject::connect(&link, &BoardLink::terminalLine,
-                     [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
+    QObject::connect(&link, &BoardLink::terminalLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
     int total = 0;
     QObject::connect(&files, &BoardFiles::progressStarted, [&](int maximum) { total = maximum; });
     QObject::connect(&files, &BoardFiles::progressChanged, [&](int value) {
         if (progressShown && total > 0)
-            err << QStringLiteral("\r%1% (%2 of %3 bytes)").arg(qMin(100, value * 100 / total)).arg(qMin(value, total)).arg(total)
+            err << QStringLiteral("\r%1% (%2 of %3 bytes)")
+                       .arg(qMin(100, value * 100 / total))
+                       .arg(qMin(value, total))
+                       .arg(total)
                 << Qt::flush;
     });
     QObject::connect(&files, &BoardFiles::progressFinished, [&] {

@@ -60,8 +60,8 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     m_progress->setFormat(tr("%p% (%v of %m bytes)"));
     m_actionsToolBar->setEnabled(false);
 
-    m_updater = std::make_unique<NullUpdater>(
-        m_settings.value(QStringLiteral("Updates/URL"), kDefaultUpdateUrl).toString());
+    m_updater =
+        std::make_unique<NullUpdater>(m_settings.value(QStringLiteral("Updates/URL"), kDefaultUpdateUrl).toString());
     connect(action(QStringLiteral("actionCheck_for_updates")), &QAction::triggered, this, &PelkamWindow::checkUpdate);
     connect(action(QStringLiteral("actionExit")), &QAction::triggered, qApp, &QCoreApplication::quit);
 
@@ -360,7 +360,8 @@ void PelkamWindow::readSettings()
 
 void PelkamWindow::writeSettings()
 {
-    m_settings.setValue(QStringLiteral("MC/ConnRest"), action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked());
+    m_settings.setValue(QStringLiteral("MC/ConnRest"),
+                        action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked());
     m_settings.setValue(QStringLiteral("MC/MonOnly"), action(QStringLiteral("actionMonitor_Only"))->isChecked());
 }
 
@@ -607,10 +608,10 @@ QString& PelkamWindow::processTerminalData(QString& text)
 
 void PelkamWindow::saveLog(QTextBrowser* view, const QString& prefix)
 {
-    const QString start =
-        m_settings
-            .value(QStringLiteral("UI/LogDir"), QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).value(0))
-            .toString();
+    const QString start = m_settings
+                              .value(QStringLiteral("UI/LogDir"),
+                                     QStandardPaths::standardLocations(QStandardPaths::DocumentsLocation).value(0))
+                              .toString();
     const QString suggested = start + QLatin1Char('/') + prefix +
                               QDateTime::currentDateTime().toString(QStringLiteral("_yyyyMMddhhmmss")) +
                               QStringLiteral(".log");

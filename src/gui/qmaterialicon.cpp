@@ -112,8 +112,7 @@ QHash<QString, unsigned> QMaterialIcon::parseCodepoints(QIODevice& device)
         const QByteArray raw = device.readLine();
         if (raw.isEmpty())
             break;
-        const QStringList parts =
-            QString::fromLatin1(raw).trimmed().split(QLatin1Char(' '), Qt::SkipEmptyParts);
+        const QStringList parts = QString::fromLatin1(raw).trimmed().split(QLatin1Char(' '), Qt::SkipEmptyParts);
         if (parts.size() != 2)
             continue;
         // An unparsable code point deliberately becomes 0.

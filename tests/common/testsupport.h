@@ -49,7 +49,10 @@ public:
         questions << title + QStringLiteral(": ") + text;
         return answers.isEmpty() ? Cancel : answers.takeFirst();
     }
-    void warning(const QString& title, const QString& text) override { questions << title + QStringLiteral(": ") + text; }
+    void warning(const QString& title, const QString& text) override
+    {
+        questions << title + QStringLiteral(": ") + text;
+    }
     QString saveFileName(const QString& title, const QString& suggested, const QString&) override
     {
         questions << title + QStringLiteral(": ") + suggested;

@@ -35,8 +35,9 @@ VirtualBoard::VirtualBoard(const QString& flavour, const QStringList& extraArgs,
         if (file.open(QIODevice::WriteOnly))
             file.write(it.value());
     }
-    QStringList args{QStringLiteral("--flavour"), flavour, QStringLiteral("--link"), m_dir.filePath(QStringLiteral("tty")),
-                     QStringLiteral("--dump"), m_dir.filePath(QStringLiteral("dump"))};
+    QStringList args{QStringLiteral("--flavour"), flavour,
+                     QStringLiteral("--link"),    m_dir.filePath(QStringLiteral("tty")),
+                     QStringLiteral("--dump"),    m_dir.filePath(QStringLiteral("dump"))};
     if (!extraArgs.contains(QStringLiteral("--seed")))
         args << QStringLiteral("--seed") << seedDir();
     args << extraArgs;

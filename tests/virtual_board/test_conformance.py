@@ -143,6 +143,22 @@ class Conformance(unittest.TestCase):
             time.sleep(1.0)
             self.assertFalse(os.path.exists(b.path), "DFU drops the port for good")
 
+    def test_soft_reset_runs_main(self):
+        seed = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, seed, True)
+        with open(os.path.join(seed, "main.py"), "w") as f:
+            f.write("print('main ran')\n")
+        b = self.board("esp32", "--seed", seed)
+        b.send(b"\x02")
+        time.sleep(0.3)
+        b.read_until(b"never", timeout=0.3)
+        b.send(b"x = 5\r\n\x04")
+        out = b.read_until(b"main ran", timeout=5)
+        self.assertIn(b"MPY: soft reboot\r\nmain ran", out)
+        b.read_until(b">>> ")
+        b.send(b"print('x' in globals())\r\n")
+        self.assertIn(b"False", b.read_until(b"e\r\n>>> "))
+
     def test_uart_pacing(self):
         b = self.board("esp32", "--baud", "9600")
         b.send(b"\x02")

@@ -421,8 +421,8 @@ bool BoardFiles::remove(const QString& path, bool isDir)
                                  : scriptPath(QStringLiteral("Scripts/Remove"), QStringLiteral("remove"), true);
     if (!upload_script(script))
         return false;
-    const QString call = QStringLiteral("%1(%2)").arg(isDir ? QStringLiteral("_rmd") : QStringLiteral("_rm"),
-                                                      pyString(path));
+    const QString call =
+        QStringLiteral("%1(%2)").arg(isDir ? QStringLiteral("_rmd") : QStringLiteral("_rm"), pyString(path));
     if (!m_link.tranceive(call.toLatin1() + kCtrlD, kRemoveTimeoutMs))
         return false;
     QByteArray reply;
@@ -478,7 +478,8 @@ bool BoardFiles::mc_mkdir(QString path)
 
 bool BoardFiles::mc_direxists(const QString& path)
 {
-    QString script = QSettings().value(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py")).toString();
+    QString script =
+        QSettings().value(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py")).toString();
     if (script.isEmpty())
         script = QStringLiteral(":/data/direxists.py");
     if (!upload_script(script) || !m_link.to_repl())
@@ -627,7 +628,8 @@ void BoardFiles::queryInfo()
     displayMcInfo();
     emit fileOpsEnableRequested(true);
     const bool esp = m_link.boardType() == MC_ESP32;
-    QString dir = QSettings().value(esp ? QStringLiteral("MC/ESPDir") : QStringLiteral("MC/STMDir"), QString()).toString();
+    QString dir =
+        QSettings().value(esp ? QStringLiteral("MC/ESPDir") : QStringLiteral("MC/STMDir"), QString()).toString();
     if (dir.isEmpty() || !mc_direxists(dir))
         dir = esp ? QStringLiteral("/") : QStringLiteral("/flash");
     updateMcDir(dir);

@@ -478,7 +478,7 @@ void BoardLink::tryReconnect()
     const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
     for (const QSerialPortInfo& info : ports) {
         const bool same = m_settings.serialNumber.isEmpty() ? info.portName() == m_lastPortName
-                                                             : info.serialNumber() == m_settings.serialNumber;
+                                                            : info.serialNumber() == m_settings.serialNumber;
         if (same) {
             found = info.portName();
             break;

@@ -199,6 +199,8 @@ def _vb_run(name):
         exec(open(name).read(), {"__name__": "__main__"})
     except BaseException as e:
         sys.print_exception(e)
+    finally:
+        micropython.kbd_intr(-1)
 
 
 def _vb_boot():

@@ -8,6 +8,7 @@ import { fileURLToPath } from "node:url";
 import { CTL, RING_SIZE, readHostTree, writeTreeToHost } from "./fstree.mjs";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
+const kPortAppearsMs = 1000;
 
 const USAGE = `usage: virtual-board [options]
   --flavour stm32|esp32   board type (default stm32)
@@ -217,6 +218,9 @@ function onPcBytes(buf) {
 }
 
 function onBoardBytes(buf) {
+  // Nobody can hear the board before its port exists: such bytes are lost
+  // and do not count towards faults.
+  if (!board || !board.relay) return;
   const send = () => {
     const { data, dropped } = txFaults.apply(Buffer.from(buf), armed);
     toPc.push(data);
@@ -264,11 +268,13 @@ async function startBoard() {
     });
   });
   board = { worker, relay: null, ctl, ring };
-  // The board boots (and runs main.py) before the port shows up, as over USB.
+  // Like USB enumeration, the port appears once the board has booted, or
+  // after a second when boot.py or main.py keeps running.
+  await Promise.race([ready, new Promise((r) => setTimeout(r, kPortAppearsMs))]);
+  if (!board || board.worker !== worker) return;
   const relay = await startRelay();
   board.relay = relay;
   relay.stdout.on("data", onPcBytes);
-  // The port is usable at once; boot.py and main.py may still be running.
   if (!announced) {
     announced = true;
     process.stdout.write(opts.link + "\n");

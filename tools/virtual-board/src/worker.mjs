@@ -28,6 +28,7 @@ let interruptPending = false;
 let scannedTo = 0;
 let rawMode = false;
 let softResetRequested = false;
+let executing = false; // Python code runs (as opposed to the REPL waiting for input)
 const out = new Uint8Array(1 << 16);
 let outLen = 0;
 let lastOut = 0;
@@ -71,7 +72,7 @@ function scheduleInterrupt() {
 // Ctrl-C reaches running code out of band, as a UART interrupt would, and the
 // bytes around it stay queued for whoever reads next.
 function checkInterrupt() {
-  if (interruptPending || interruptChar() !== kCtrlC) return;
+  if (!executing || interruptPending || interruptChar() !== kCtrlC) return;
   const w = Atomics.load(ctl, CTL.write);
   const r = Atomics.load(ctl, CTL.read);
   let p = Math.max(r, scannedTo);
@@ -194,7 +195,9 @@ async function boot(entries) {
   mp.FS.writeFile("/vbhost/boardlib.py", boardlib);
   mp.runPython("import sys\nsys.path.insert(0, '/vbhost')\nimport boardlib\ndel sys");
   interruptPending = false;
+  executing = true;
   mp.runPython("__import__('boardlib')._vb_boot()");
+  executing = false;
   interruptPending = false;
   mp.replInit();
   flush();
@@ -209,7 +212,9 @@ async function softReset() {
 function feed(byte) {
   if (byte === kCtrlA) rawMode = true;
   else if (byte === kCtrlB) rawMode = false;
+  executing = true;
   const result = mp.replProcessChar(byte);
+  executing = false;
   interruptPending = false;
   return result;
 }
