@@ -363,10 +363,15 @@ bool BoardFiles::download(const QString& source, QFile* target)
     int idle = 1;
     for (;;) {
         if (!m_link.hasReply()) {
+            const quint64 before = m_link.bytesReceived();
             if (!m_link.qDelay(kIdleStepMs))
                 break;
             m_link.io_ready();
-            if (!(idle++ < kIdleLimit))
+            // Only waits that brought nothing count: at a low baud rate one
+            // block arrives in many small reads.
+            if (m_link.bytesReceived() != before)
+                idle = 0;
+            else if (!(idle++ < kIdleLimit))
                 break;
             continue;
         }

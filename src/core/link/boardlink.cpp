@@ -134,8 +134,11 @@ bool BoardLink::awaitEod(int timeoutMs)
 
 void BoardLink::io_ready()
 {
-    if (m_port.isOpen())
-        m_buffer.append(m_port.readAll());
+    if (m_port.isOpen()) {
+        const QByteArray data = m_port.readAll();
+        m_bytesReceived += static_cast<quint64>(data.size());
+        m_buffer.append(data);
+    }
     switch (m_state) {
     case MC_UNKNOWN:
     case MC_RUNNING:

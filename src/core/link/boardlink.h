@@ -49,6 +49,8 @@ public:
     bool qWait(int ms);
 
     bool hasReply() const { return !m_queue.isEmpty(); }
+    // Bytes read from the port since it was opened; tells a silent board from a slow one.
+    quint64 bytesReceived() const { return m_bytesReceived; }
     QByteArray takeReply() { return m_queue.takeFirst(); }
     void clearQueue() { m_queue.clear(); }
     QByteArray pendingBuffer() const { return m_buffer; }
@@ -113,6 +115,7 @@ private:
     MC_TYPES m_type = MC_STM32;
     QByteArray m_buffer;
     QList<QByteArray> m_queue;
+    quint64 m_bytesReceived = 0;
 
     PortSettings m_settings;
     QString m_lastPortName;

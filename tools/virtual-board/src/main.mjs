@@ -9,6 +9,8 @@ import { CTL, RING_SIZE, readHostTree, writeTreeToHost } from "./fstree.mjs";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
 const kPortAppearsMs = 1000;
+const kTickMs = 1;
+const kMaxBurst = 64;
 
 const USAGE = `usage: virtual-board [options]
   --flavour stm32|esp32   board type (default stm32)
@@ -120,24 +122,33 @@ class Pacer {
     if (this.rate === 0) return this.sink(buf);
     this.queue.push(buf);
     if (!this.timer) {
-      this.last = performance.now();
-      this.credit = 1;
+      // An idle line has no credit saved up beyond one byte, but a debt
+      // from the last burst is still paid back.
+      const now = performance.now();
+      this.credit = Math.min(this.credit + (now - this.last) * this.rate, 1);
+      this.last = now;
       this.tick();
     }
   }
+  // Timers fire about once a millisecond: each tick may send what the line
+  // carries until the next one, so the average stays at the line rate while
+  // the end of a message is not held back by the timer's granularity.
   tick() {
     const now = performance.now();
-    this.credit = Math.min(this.credit + (now - this.last) * this.rate, 4096);
+    this.credit = Math.min(this.credit + (now - this.last) * this.rate, kMaxBurst);
     this.last = now;
-    while (this.queue.length && this.credit >= 1) {
+    const allowance = this.credit + this.rate * kTickMs;
+    let sent = 0;
+    while (this.queue.length && sent < allowance) {
       const head = this.queue[0];
-      const n = Math.min(head.length, Math.floor(this.credit));
+      const n = Math.min(head.length, Math.ceil(allowance - sent));
       this.sink(head.subarray(0, n));
-      this.credit -= n;
+      sent += n;
       if (n === head.length) this.queue.shift();
       else this.queue[0] = head.subarray(n);
     }
-    this.timer = this.queue.length ? setTimeout(() => this.tick(), 1) : null;
+    this.credit -= sent;
+    this.timer = this.queue.length ? setTimeout(() => this.tick(), kTickMs) : null;
   }
   clear() {
     this.queue = [];
