@@ -345,7 +345,8 @@ void TestBoardFiles::listingAndInfo()
         QSettings().setValue(QStringLiteral("MC/STMDir"), QStringLiteral("/sd"));
         QVERIFY(s.open());
         QVERIFY2(s.logged(QStringLiteral("Connected to micropython board bench-1 (mod unknown), release 1.27.0. "
-                                        "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")), qPrintable(s.log.join(QLatin1Char(10))));
+                                         "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")),
+                 qPrintable(s.log.join(QLatin1Char(10))));
         // The missing start folder falls back to /flash.
         QCOMPARE(s.model.dirPath(), QStringLiteral("/flash/"));
         QStringList names;

@@ -201,6 +201,43 @@ private slots:
         QVERIFY(log->toPlainText().isEmpty());
     }
 
+    void userActionsDuringTransfer()
+    {
+        VirtualBoard board(QStringLiteral("stm32"), {QStringLiteral("--baud"), QStringLiteral("115200")},
+                           {{"lib/", {}}});
+        PelkamWindow w;
+        w.show();
+        BoardLink::PortSettings settings;
+        settings.name = board.path();
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return w.mcModel().dirExists(QStringLiteral("lib")); }, 20000));
+        QTemporaryDir dir;
+        QFile file(dir.filePath(QStringLiteral("big.bin")));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        file.write(QByteArray(60000, 'q'));
+        file.close();
+        bool refused = false;
+        QTimer::singleShot(2000, &w, [&] {
+            // A click on a folder while the upload waits must not start a listing.
+            QVERIFY(w.files().busy());
+            w.on_mcFileList_doubleClicked(w.mcModel().index(1, 0));
+            refused = w.mcModel().dirPath() == QStringLiteral("/flash/");
+            // Disconnecting ends the transfer at once.
+            w.on_actionConnect_triggered();
+        });
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY(!w.files().upload(file.fileName(), QStringLiteral("/flash/big.bin")));
+        QVERIFY(timer.elapsed() < 6000);
+        QVERIFY(refused);
+        QVERIFY(!w.link().isOpen());
+        QVERIFY(!w.files().busy());
+        QCOMPARE(w.mcModel().rowCount(), 0);
+        // The window reconnects and works as before.
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return w.mcModel().dirExists(QStringLiteral("lib")); }, 20000));
+    }
+
     void connectionPopup()
     {
         QSettings().setValue(QStringLiteral("UI/MC"), 1);

@@ -495,7 +495,7 @@ void PelkamWindow::on_pcFolderUpTool_clicked()
 
 void PelkamWindow::on_mcFileList_doubleClicked(const QModelIndex& index)
 {
-    if (!m_mcModel.isDir(index))
+    if (!m_mcModel.isDir(index) || m_files->busy())
         return;
     const QString name = m_mcModel.path(index);
     QString dir = m_mcModel.dirPath();
@@ -514,7 +514,7 @@ void PelkamWindow::pcFileListMenu(const QPoint& pos)
     if (!index.isValid() || m_pcModel->isDir(index))
         return;
     QAction* chosen = m_pcMenu->exec(m_pcFileList->viewport()->mapToGlobal(pos));
-    if (!chosen)
+    if (!chosen || m_files->busy())
         return;
     if (chosen->data().toInt() == 0)
         m_files->execute_script(m_pcModel->filePath(index));

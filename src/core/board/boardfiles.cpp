@@ -50,6 +50,17 @@ QString settingOr(const QString& key, const QString& fallback)
 }
 } // namespace
 
+class BusyScope {
+public:
+    explicit BusyScope(BoardFiles& files) : m_files(files) { ++m_files.m_depth; }
+    ~BusyScope() { --m_files.m_depth; }
+    BusyScope(const BusyScope&) = delete;
+    BusyScope& operator=(const BusyScope&) = delete;
+
+private:
+    BoardFiles& m_files;
+};
+
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
 
 static void initBoardScripts()
@@ -137,6 +148,7 @@ bool BoardFiles::pasteScript(const QString& path, QByteArray* text)
 
 bool BoardFiles::upload_script(const QString& path)
 {
+    const BusyScope scope(*this);
     QByteArray script;
     if (!pasteScript(path, &script))
         return false;
@@ -165,6 +177,7 @@ bool BoardFiles::upload_script(const QString& path)
 
 bool BoardFiles::execute_script(const QString& path)
 {
+    const BusyScope scope(*this);
     QByteArray script;
     if (!pasteScript(path, &script))
         return false;
@@ -199,6 +212,7 @@ bool BoardFiles::execute_script(const QString& path)
 
 bool BoardFiles::debug()
 {
+    const BusyScope scope(*this);
     if (!upload_script(QStringLiteral(":/data/debug.py")))
         return false;
     if (!m_link.write(QByteArrayLiteral("_debug()") + kCtrlD))
@@ -249,6 +263,7 @@ bool BoardFiles::upload(const QString& source, const QString& target)
 
 bool BoardFiles::upload(QIODevice* source, const QString& target)
 {
+    const BusyScope scope(*this);
     const QByteArray text = source->readAll().toBase64();
     emit fileOpsEnableRequested(false);
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
@@ -348,6 +363,7 @@ bool BoardFiles::download(const QString& source, const QString& localPath)
 
 bool BoardFiles::download(const QString& source, QFile* target)
 {
+    const BusyScope scope(*this);
     m_lastDownloadOk = false;
     emit fileOpsEnableRequested(false);
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Download"), QStringLiteral("download"), false)))
@@ -422,6 +438,7 @@ bool BoardFiles::download(const QString& source, QFile* target)
 
 bool BoardFiles::remove(const QString& path, bool isDir)
 {
+    const BusyScope scope(*this);
     const QString script = isDir ? scriptPath(QStringLiteral("Scripts/Rmdir"), QStringLiteral("rmdir"), true)
                                  : scriptPath(QStringLiteral("Scripts/Remove"), QStringLiteral("remove"), true);
     if (!upload_script(script))
@@ -455,6 +472,7 @@ bool BoardFiles::remove(const QString& path, bool isDir)
 
 bool BoardFiles::mc_mkdir(QString path)
 {
+    const BusyScope scope(*this);
     if (path.isEmpty() || path == QLatin1String("/"))
         return true;
     if (!m_link.to_repl())
@@ -483,6 +501,7 @@ bool BoardFiles::mc_mkdir(QString path)
 
 bool BoardFiles::mc_direxists(const QString& path)
 {
+    const BusyScope scope(*this);
     QString script =
         QSettings().value(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py")).toString();
     if (script.isEmpty())
@@ -504,6 +523,7 @@ bool BoardFiles::mc_direxists(const QString& path)
 
 QByteArray BoardFiles::mc_file_hash(const QString& path)
 {
+    const BusyScope scope(*this);
     const QString call = QStringLiteral("_hash(%1)").arg(pyString(path));
     if (!m_link.tranceive(call.toLatin1() + "\r\n", kHashTimeoutMs) || !m_link.hasReply())
         return {};
@@ -519,6 +539,7 @@ QByteArray BoardFiles::mc_file_hash(const QString& path)
 
 QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
 {
+    const BusyScope scope(*this);
     QString dir = directory;
     if (dir.size() >= 2 && dir.endsWith(QLatin1Char('/')))
         dir.chop(1);
@@ -559,6 +580,7 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
 
 void BoardFiles::updateMcDir(QString path)
 {
+    const BusyScope scope(*this);
     if (path.isEmpty())
         path = QStringLiteral("/");
     else if (path != QLatin1String("/") && path.endsWith(QLatin1Char('/')))
@@ -594,6 +616,7 @@ QStringList BoardFiles::upy_parselist(const QString& text) const
 
 QHash<QString, QString> BoardFiles::mc_uname()
 {
+    const BusyScope scope(*this);
     QHash<QString, QString> info;
     const QString command = settingOr(QStringLiteral("PY/uname"), QStringLiteral("import os;print(os.uname())"));
     if (!m_link.tranceive(command.toLatin1() + "\r\n", kUnameTimeoutMs) || !m_link.hasReply())
@@ -629,6 +652,12 @@ void BoardFiles::queryInfo()
 {
     if (!m_link.isOpen())
         return;
+    if (busy()) {
+        // Another operation owns the line: ask again once it is done.
+        m_link.infoTimer().start();
+        return;
+    }
+    const BusyScope scope(*this);
     m_link.drain();
     displayMcInfo();
     emit fileOpsEnableRequested(true);

@@ -20,6 +20,9 @@ public:
     explicit BoardFiles(BoardLink& link, QObject* parent = nullptr);
 
     void setModel(MCDirModel* model) { m_model = model; }
+    // True while an operation talks to the board. Board calls wait in nested
+    // event loops, so user actions check this before starting another one.
+    bool busy() const { return m_depth > 0; }
 
     bool upload_script(const QString& path);
     bool execute_script(const QString& path);
@@ -76,7 +79,9 @@ private:
     bool settleRaw();
     void log(const QString& text) { emit logLine(text); }
 
+    friend class BusyScope;
     BoardLink& m_link;
     MCDirModel* m_model = nullptr;
+    int m_depth = 0;
     bool m_lastDownloadOk = false;
 };

@@ -360,7 +360,9 @@ void BoardLink::dfu()
     m_autoReconnect = false;
     if (!write(kDfuCommand))
         emit logLine(tr("DFU failed or not supported"));
-    m_port.close();
+    // What closing the port leads to, without closing it from inside its own
+    // aboutToClose notification.
+    io_disconnected();
 }
 
 void BoardLink::setPortSettings(const PortSettings& settings)
