@@ -8,7 +8,8 @@ here="$(cd "$(dirname "${BASH_SOURCE[0]}")/.." && pwd)"
 (cd "$here/build" && ctest --output-on-failure)
 if [ "${1:-}" != "--no-sanitize" ]; then
   "$here/scripts/build.sh" "$here/build-sanitize" -DPELKAM_WERROR=ON -DPELKAM_SANITIZE=ON -DCMAKE_BUILD_TYPE=Debug
-  export ASAN_OPTIONS="detect_leaks=0:abort_on_error=1:halt_on_error=1"
+  export ASAN_OPTIONS="detect_leaks=1:abort_on_error=1:halt_on_error=1"
+  export LSAN_OPTIONS="suppressions=$here/tests/lsan.supp"
   export UBSAN_OPTIONS="print_stacktrace=1:halt_on_error=1"
   (cd "$here/build-sanitize" && ctest --output-on-failure)
 fi
