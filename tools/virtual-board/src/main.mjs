@@ -11,6 +11,7 @@ const here = path.dirname(fileURLToPath(import.meta.url));
 const kPortAppearsMs = 1000;
 const kTickMs = 1;
 const kMaxBurst = 64;
+const kShutdownLimitMs = 5000;
 
 const USAGE = `usage: virtual-board [options]
   --flavour stm32|esp32   board type (default stm32)
@@ -363,11 +364,19 @@ let exiting = false;
 async function shutdown() {
   if (exiting) return;
   exiting = true;
+  // Whatever hangs (a board stuck in user code), the process still ends.
+  setTimeout(() => process.exit(0), kShutdownLimitMs);
   await dump();
   dead = true;
   await stopBoard();
   process.exit(0);
 }
+
+// A board whose owner died (a test killed by its watchdog) goes away too.
+const parent = process.ppid;
+setInterval(() => {
+  if (process.ppid !== parent) shutdown();
+}, 1000).unref();
 
 process.on("SIGUSR1", () => dump().then(() => log("dumped")));
 process.on("SIGTERM", shutdown);
