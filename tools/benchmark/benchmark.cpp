@@ -158,7 +158,7 @@ int main(int argc, char* argv[])
         md << "# Performance\n\n"
            << "Measured on " << QDate::currentDate().toString(Qt::ISODate)
            << " on the development machine (2 cores), against the virtual board; rerun with\n\n"
-           << "    build/tests/pelkam-benchmark --write docs/PERFORMANCE.md\n\n"
+           << "    build/tools/benchmark/pelkam-benchmark --write docs/PERFORMANCE.md\n\n"
            << "The ceiling at 115200 baud is the line rate through base64: 115200 / 10 x 3 / 4 = "
            << QString::number(kCeiling, 'f', 0) << " file bytes per second.\n\n"
            << "| figure | 115200 baud | unpaced |\n|---|---|---|\n";
