@@ -2,7 +2,6 @@
 
 #include "mcdirmodel.h"
 
-#include <QBuffer>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
@@ -133,7 +132,7 @@ void BoardFiles::recover()
     m_link.drain();
 }
 
-bool BoardFiles::pasteScript(const QString& path, QByteArray* text)
+bool BoardFiles::readScript(const QString& path, QByteArray* text)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -150,7 +149,7 @@ bool BoardFiles::upload_script(const QString& path)
 {
     const BusyScope scope(*this);
     QByteArray script;
-    if (!pasteScript(path, &script))
+    if (!readScript(path, &script))
         return false;
     if (!m_link.to_raw())
         return false;
@@ -179,7 +178,7 @@ bool BoardFiles::execute_script(const QString& path)
 {
     const BusyScope scope(*this);
     QByteArray script;
-    if (!pasteScript(path, &script))
+    if (!readScript(path, &script))
         return false;
     if (!m_link.to_raw())
         return false;

@@ -70,7 +70,7 @@ signals:
     void queryInfoFinished();
 
 private:
-    bool pasteScript(const QString& path, QByteArray* text);
+    bool readScript(const QString& path, QByteArray* text);
     QString substituteDir(QString command, const QString& dir) const;
     // Leaves a board stuck in one of our functions and forgets the REPL mode,
     // so the next operation starts from a clean prompt.
