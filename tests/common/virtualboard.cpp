@@ -1,17 +1,15 @@
 #include "virtualboard.h"
 
-#include <QCoreApplication>
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
-#include <QThread>
 
 #include <csignal>
 
 namespace {
 constexpr int kStartTimeoutMs = 15000;
-constexpr int kDumpTimeoutMs = 5000;
+constexpr int kDumpTimeoutMs = 10000;
 } // namespace
 
 QString VirtualBoard::sourceDir()
@@ -67,16 +65,16 @@ QString VirtualBoard::seedDir() const
 QString VirtualBoard::dump()
 {
     const QString dir = m_dir.filePath(QStringLiteral("dump"));
-    const QString stamp = dir + QStringLiteral("/.stamp");
-    QDir(dir).mkpath(QStringLiteral("."));
-    QFile(stamp).open(QIODevice::WriteOnly);
+    // The board answers every request with one line on its standard error.
+    m_stderr += m_process.readAllStandardError();
+    const int answered = m_stderr.count("virtual-board: dumped") + m_stderr.count("dump not written");
     ::kill(static_cast<pid_t>(m_process.processId()), SIGUSR1);
-    // The board rewrites the whole folder, so the stamp disappears when done.
     QElapsedTimer timer;
     timer.start();
-    while ((QFile::exists(stamp) || !QFileInfo::exists(dir)) && timer.elapsed() < kDumpTimeoutMs) {
-        QCoreApplication::processEvents();
-        QThread::msleep(10);
+    while (m_stderr.count("virtual-board: dumped") + m_stderr.count("dump not written") == answered &&
+           timer.elapsed() < kDumpTimeoutMs && m_process.state() == QProcess::Running) {
+        m_process.waitForReadyRead(50);
+        m_stderr += m_process.readAllStandardError();
     }
     return dir;
 }
@@ -87,9 +85,10 @@ QByteArray VirtualBoard::readFile(const QString& relativePath)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-QString VirtualBoard::log() const
+QString VirtualBoard::log()
 {
-    return QString::fromUtf8(const_cast<QProcess&>(m_process).readAllStandardError());
+    m_stderr += m_process.readAllStandardError();
+    return QString::fromUtf8(m_stderr);
 }
 
 void VirtualBoard::stop()

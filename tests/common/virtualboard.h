@@ -20,7 +20,7 @@ public:
     // Writes the board's whole file tree into the dump folder and returns it.
     QString dump();
     QByteArray readFile(const QString& relativePath);
-    QString log() const;
+    QString log();
     void stop();
 
     static QString sourceDir();
@@ -29,4 +29,5 @@ private:
     QTemporaryDir m_dir;
     QProcess m_process;
     QString m_path;
+    QByteArray m_stderr;
 };

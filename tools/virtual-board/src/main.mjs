@@ -11,7 +11,8 @@ const here = path.dirname(fileURLToPath(import.meta.url));
 const kPortAppearsMs = 1000;
 const kTickMs = 1;
 const kMaxBurst = 64;
-const kShutdownLimitMs = 5000;
+const kShutdownLimitMs = 8000;
+const kDumpWaitMs = 5000;
 
 const USAGE = `usage: virtual-board [options]
   --flavour stm32|esp32   board type (default stm32)
@@ -332,10 +333,10 @@ function dropForGood(why) {
 // Asks the running board for its files; falls back to the last snapshot when
 // no board runs (after DFU, between resets) or it is stuck in user code.
 function dump() {
-  if (!opts.dump) return Promise.resolve();
+  if (!opts.dump) return Promise.resolve(false);
   if (!board || !board.worker) {
     writeTreeToHost(opts.dump, snapshot);
-    return Promise.resolve();
+    return Promise.resolve(true);
   }
   const { ctl } = board;
   const before = Atomics.load(ctl, CTL.dumpDone);
@@ -345,11 +346,9 @@ function dump() {
   return new Promise((resolve) => {
     const started = Date.now();
     const poll = () => {
-      if (Atomics.load(ctl, CTL.dumpDone) !== before) resolve();
-      else if (Date.now() - started > 3000) {
-        log("board busy, dump not written");
-        resolve();
-      } else setTimeout(poll, 5);
+      if (Atomics.load(ctl, CTL.dumpDone) !== before) resolve(true);
+      else if (Date.now() - started > kDumpWaitMs) resolve(false);
+      else setTimeout(poll, 5);
     };
     poll();
   });
@@ -378,7 +377,8 @@ setInterval(() => {
   if (process.ppid !== parent) shutdown();
 }, 1000).unref();
 
-process.on("SIGUSR1", () => dump().then(() => log("dumped")));
+// One line per request, so a caller can wait for exactly its own dump.
+process.on("SIGUSR1", () => dump().then((done) => log(done ? "dumped" : "board busy, dump not written")));
 process.on("SIGTERM", shutdown);
 process.on("SIGINT", shutdown);
 process.on("SIGHUP", shutdown);
