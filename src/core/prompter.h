@@ -6,12 +6,11 @@
 // window answers with dialogs, tests and the command line from a script.
 class Prompter {
 public:
-    enum Answer { Yes, No, Cancel, Ok };
-    enum Buttons { YesNo, YesNoCancel, OkOnly };
+    enum Answer { Yes, No, Cancel };
+    enum Buttons { YesNo, YesNoCancel };
 
     virtual ~Prompter() = default;
     virtual Answer question(const QString& title, const QString& text, Buttons buttons) = 0;
-    virtual void warning(const QString& title, const QString& text) = 0;
     // Empty result: the person cancelled.
     virtual QString saveFileName(const QString& title, const QString& suggested, const QString& filter) = 0;
     virtual QString existingDirectory(const QString& title, const QString& start) = 0;

@@ -5,26 +5,17 @@
 
 Prompter::Answer WidgetPrompter::question(const QString& title, const QString& text, Buttons buttons)
 {
-    QMessageBox::StandardButtons standard = QMessageBox::Ok;
-    if (buttons == YesNo)
-        standard = QMessageBox::Yes | QMessageBox::No;
-    else if (buttons == YesNoCancel)
-        standard = QMessageBox::Yes | QMessageBox::No | QMessageBox::Cancel;
+    QMessageBox::StandardButtons standard = QMessageBox::Yes | QMessageBox::No;
+    if (buttons == YesNoCancel)
+        standard |= QMessageBox::Cancel;
     switch (QMessageBox::question(m_parent, title, text, standard)) {
     case QMessageBox::Yes:
         return Yes;
     case QMessageBox::No:
         return No;
-    case QMessageBox::Ok:
-        return Ok;
     default:
         return Cancel;
     }
-}
-
-void WidgetPrompter::warning(const QString& title, const QString& text)
-{
-    QMessageBox::warning(m_parent, title, text);
 }
 
 QString WidgetPrompter::saveFileName(const QString& title, const QString& suggested, const QString& filter)

@@ -9,7 +9,6 @@ class WidgetPrompter : public Prompter {
 public:
     explicit WidgetPrompter(QWidget* parent) : m_parent(parent) {}
     Answer question(const QString& title, const QString& text, Buttons buttons) override;
-    void warning(const QString& title, const QString& text) override;
     QString saveFileName(const QString& title, const QString& suggested, const QString& filter) override;
     QString existingDirectory(const QString& title, const QString& start) override;
 

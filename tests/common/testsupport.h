@@ -49,10 +49,6 @@ public:
         questions << title + QStringLiteral(": ") + text;
         return answers.isEmpty() ? Cancel : answers.takeFirst();
     }
-    void warning(const QString& title, const QString& text) override
-    {
-        questions << title + QStringLiteral(": ") + text;
-    }
     QString saveFileName(const QString& title, const QString& suggested, const QString&) override
     {
         questions << title + QStringLiteral(": ") + suggested;

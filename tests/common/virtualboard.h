@@ -16,7 +16,6 @@ public:
 
     bool isRunning() const { return !m_path.isEmpty(); }
     QString path() const { return m_path; }
-    QString seedDir() const;
     // Writes the board's whole file tree into the dump folder and returns it.
     QString dump();
     QByteArray readFile(const QString& relativePath);
@@ -26,6 +25,8 @@ public:
     static QString sourceDir();
 
 private:
+    QString seedDir() const;
+
     QTemporaryDir m_dir;
     QProcess m_process;
     QString m_path;

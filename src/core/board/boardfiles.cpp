@@ -272,63 +272,60 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     if (!m_link.write(call.toLatin1() + kCtrlD))
         return false;
 
-    if (!m_link.tranceive(sizePacket(text.size()), kSizePacketTimeoutMs)) {
-        log(tr("Error while starting the transmission. Aborted"));
+    const auto fail = [this](const QString& failure) {
+        log(failure);
         recover();
         return false;
-    }
-    if (!m_link.hasReply()) {
-        log(tr("No reply for the transmitted data. Aborted"));
-        recover();
-        return false;
-    }
-    QByteArray reply = m_link.takeReply();
-    if (!reply.endsWith("#9")) {
-        log(tr("Invalid reply %1. Aborted").arg(hexUpper(reply)));
-        recover();
-        return false;
-    }
+    };
+    const auto invalid = [this](const QByteArray& reply) {
+        return tr("Invalid reply %1. Aborted").arg(hexUpper(reply));
+    };
+    QByteArray reply;
+    QString failure =
+        request(sizePacket(text.size()), kSizePacketTimeoutMs, tr("Error while starting the transmission. Aborted"),
+                tr("No reply for the transmitted data. Aborted"), &reply);
+    if (failure.isEmpty() && !reply.endsWith("#9"))
+        failure = invalid(reply);
+    if (!failure.isEmpty())
+        return fail(failure);
     m_link.qWait(kBeforeDataMs);
     emit progressStarted(text.size());
 
     for (int offset = 0; offset < text.size(); offset += chunk) {
-        QString failure;
-        if (!m_link.tranceive(text.mid(offset, chunk), kChunkTimeoutMs))
-            failure = tr("Transmission error. Aborted");
-        else if (!m_link.hasReply())
-            failure = tr("No reply. Aborted");
-        else if (!(reply = m_link.takeReply()).endsWith("#9"))
-            failure = tr("Invalid reply %1. Aborted").arg(hexUpper(reply));
+        failure = request(text.mid(offset, chunk), kChunkTimeoutMs, tr("Transmission error. Aborted"),
+                          tr("No reply. Aborted"), &reply);
+        if (failure.isEmpty() && !reply.endsWith("#9"))
+            failure = invalid(reply);
         if (!failure.isEmpty()) {
-            log(failure);
             emit progressFinished();
-            recover();
-            return false;
+            return fail(failure);
         }
         emit progressChanged(offset + chunk);
     }
     emit progressFinished();
 
     m_link.qWait(kBeforeChecksumMs);
-    if (!m_link.tranceive(checksumPacket(byteSum(text)), kChecksumTimeoutMs)) {
-        log(tr("Finalization error (during transmission phase). Aborted"));
-        recover();
-        return false;
-    }
-    if (!m_link.hasReply()) {
-        log(tr("Finalization error (during reception phase). Aborted"));
-        recover();
-        return false;
-    }
-    reply = m_link.takeReply();
-    if (!reply.startsWith("#0")) {
-        log(tr("Invalid reply %1. Aborted").arg(hexUpper(reply)));
-        recover();
-        return false;
-    }
+    failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs,
+                      tr("Finalization error (during transmission phase). Aborted"),
+                      tr("Finalization error (during reception phase). Aborted"), &reply);
+    if (failure.isEmpty() && !reply.startsWith("#0"))
+        failure = invalid(reply);
+    if (!failure.isEmpty())
+        return fail(failure);
     log(tr("Finished uploading to %1").arg(target));
     emit fileOpsEnableRequested(true);
     return settleRaw();
+}
+
+QString BoardFiles::request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
+                            QByteArray* reply)
+{
+    if (!m_link.tranceive(packet, timeoutMs))
+        return onTimeout;
+    if (!m_link.hasReply())
+        return onSilence;
+    *reply = m_link.takeReply();
+    return QString();
 }
 
 bool BoardFiles::settleRaw()
@@ -476,9 +473,7 @@ bool BoardFiles::mc_mkdir(QString path)
         return true;
     if (!m_link.to_repl())
         return false;
-    QString scriptFile = QSettings().value(QStringLiteral("PY/mkdir"), QString()).toString();
-    if (scriptFile.isEmpty())
-        scriptFile = scriptPath(QStringLiteral("PY/mkdir"), QStringLiteral("mkdir"), true);
+    const QString scriptFile = scriptPath(QStringLiteral("PY/mkdir"), QStringLiteral("mkdir"), true);
     QFile file(scriptFile);
     if (!file.open(QIODevice::ReadOnly)) {
         log(tr("Directory creator %1 is missing").arg(scriptFile));

@@ -75,6 +75,10 @@ private:
     // Leaves a board stuck in one of our functions and forgets the REPL mode,
     // so the next operation starts from a clean prompt.
     void recover();
+    // Sends one upload packet and takes the reply; returns the failure text, or
+    // an empty string with *reply filled.
+    QString request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
+                    QByteArray* reply);
     // Re-enters the raw REPL after a transfer and swallows its banner.
     bool settleRaw();
     void log(const QString& text) { emit logLine(text); }

@@ -69,19 +69,16 @@ public:
 
     // Connection
     void setPortSettings(const PortSettings& settings);
-    PortSettings portSettings() const { return m_settings; }
     // Starts a user connection: clears the reconnect cycle, then doConnect().
     bool connectToBoard(const PortSettings& settings, bool autoReconnect, bool stopOnConnect);
     bool doConnect();
     void connectionClosed();
     void setAutomaticReconnect(bool on) { m_autoReconnect = on; }
-    bool automaticReconnect() const { return m_autoReconnect; }
     void setAutomaticReconnectOption(bool on);
     void setResetMcOption(bool on) { m_resetMcOption = on; }
     bool resetMcOption() const { return m_resetMcOption; }
     QString lastPortName() const { return m_lastPortName; }
     int reconnectAttempts() const { return m_attempts; }
-    QTimer& reconnectTimer() { return m_reconnectTimer; }
     QTimer& infoTimer() { return m_infoTimer; }
 
     static constexpr int kMaxReconnectAttempts = 10;
