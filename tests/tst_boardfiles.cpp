@@ -47,6 +47,7 @@ private slots:
     void uploadFailures();
     void corruptedTransfers();
     void silentAndDroppedBoard();
+    void slowLine();
     void commands();
     void hashes();
     void scriptsAndLinkTest();
@@ -264,6 +265,20 @@ void TestBoardFiles::silentAndDroppedBoard()
         QVERIFY2(s.logged(QStringLiteral("Connection closed")), qPrintable(s.log.join('\n')));
         QCOMPARE(s.link.state(), MC_UNKNOWN);
     }
+}
+
+void TestBoardFiles::slowLine()
+{
+    // At a UART's pace a block arrives in many small reads; none may count as silence.
+    BoardSession s(QStringLiteral("esp32"), {"--baud", "115200"});
+    QVERIFY(s.open());
+    const QByteArray data = randomBytes(6000, 11);
+    QVERIFY(s.files.upload(writeLocal(QStringLiteral("slow.bin"), data), QStringLiteral("/slow.bin")));
+    QVERIFY(s.files.download(QStringLiteral("/slow.bin"), m_work.filePath(QStringLiteral("slow-back.bin"))));
+    QVERIFY2(s.files.lastDownloadOk(), qPrintable(s.log.join(QLatin1Char(10))));
+    QFile back(m_work.filePath(QStringLiteral("slow-back.bin")));
+    QVERIFY(back.open(QIODevice::ReadOnly));
+    QCOMPARE(back.readAll(), data);
 }
 
 void TestBoardFiles::commands()

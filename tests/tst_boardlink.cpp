@@ -171,6 +171,13 @@ void TestBoardLink::connectStopAndMonitor()
         QVERIFY(waitFor([&] { return s.terminal.filter(QStringLiteral("tick")).size() >= 3; }));
         QCOMPARE(s.terminal.filter(QStringLiteral("Opened connection to")).size(), 1);
         QCOMPARE(s.link.state(), MC_UNKNOWN);
+        // Draining a board that never falls silent still ends.
+        s.link.setState(MC_REPL);
+        QElapsedTimer timer;
+        timer.start();
+        s.link.drain();
+        QVERIFY(timer.elapsed() < 5000);
+        s.link.setState(MC_UNKNOWN);
         s.link.connectionClosed();
         QVERIFY(!s.logged(QStringLiteral("Reconnecting")));
         // Connecting normally stops the program and lists the board.

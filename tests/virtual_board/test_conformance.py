@@ -159,6 +159,20 @@ class Conformance(unittest.TestCase):
         b.send(b"print('x' in globals())\r\n")
         self.assertIn(b"False", b.read_until(b"e\r\n>>> "))
 
+    def test_ends_with_its_owner(self):
+        link = os.path.join(tempfile.mkdtemp(), "tty")
+        owner = subprocess.Popen(["sh", "-c", '"$0" --link "$1" >/dev/null 2>&1 & sleep 30', BOARD, link])
+        end = time.monotonic() + 5
+        while not os.path.exists(link) and time.monotonic() < end:
+            time.sleep(0.05)
+        self.assertTrue(os.path.exists(link))
+        owner.kill()
+        owner.wait()
+        end = time.monotonic() + 8
+        while os.path.exists(link) and time.monotonic() < end:
+            time.sleep(0.1)
+        self.assertFalse(os.path.exists(link), "the board goes away with its owner")
+
     def test_uart_pacing(self):
         b = self.board("esp32", "--baud", "9600")
         b.send(b"\x02")
