@@ -2,10 +2,14 @@
 
 #include "board/boardfiles.h"
 #include "connectionpopup.h"
+#include "packages/packageinstaller.h"
 #include "qmaterialicon.h"
+#include "sync/synchronizer.h"
+#include "syncconfigurationdialog.h"
 #include "themedetector.h"
 #include "updater.h"
 #include "widgetprompter.h"
+#include "workflows/fileworkflows.h"
 
 #include <QAction>
 #include <QApplication>
@@ -44,8 +48,12 @@ const QString kSupportUrl = QStringLiteral("https://tarvel.dev/pelkam");
 
 PelkamWindow::PelkamWindow(QWidget* parent)
     : QMainWindow(parent), m_files(std::make_unique<BoardFiles>(m_link)),
+      m_packages(std::make_unique<PackageInstaller>(*m_files)), m_sync(std::make_unique<Synchronizer>(*m_files)),
+      m_workflows(std::make_unique<FileWorkflows>(*m_files, *m_packages, *m_sync)),
       m_prompter(std::make_unique<WidgetPrompter>(this))
 {
+    m_packages->setPrompter(m_prompter.get());
+    m_workflows->setPrompter(m_prompter.get());
     const bool dark = ThemeDetector::isDarkThemeEnabled();
     QMaterialIcon* icons = QMaterialIcon::instance();
     icons->setBaseColor(dark ? Qt::white : Qt::black);
@@ -84,7 +92,14 @@ PelkamWindow::PelkamWindow(QWidget* parent)
 
     m_pcMenu = new QMenu(this);
     m_pcMenu->addAction(materialIcon(QStringLiteral("build")), tr("Run on the MC"))->setData(0);
+    m_pcMenu->addAction(materialIcon(QStringLiteral("send")), tr("Upload"))->setData(1);
+    m_pcMenu->addAction(materialIcon(QStringLiteral("swap_horizontal_circle")), tr("Synchronize"))->setData(2);
     m_mcMenu = new QMenu(this);
+    QAction* editEntry = m_mcMenu->addAction(materialIcon(QStringLiteral("edit")), tr("Edit"));
+    editEntry->setData(0);
+    editEntry->setEnabled(false); // until the code editor lands
+    m_mcMenu->addAction(materialIcon(QStringLiteral("save")), tr("Download"))->setData(1);
+    m_mcMenu->addAction(materialIcon(QStringLiteral("delete")), tr("Remove"))->setData(2);
 
     wireLink();
     fileOpsEnable(false);
@@ -300,6 +315,9 @@ void PelkamWindow::wireLink()
 
     m_files->setModel(&m_mcModel);
     connect(m_files.get(), &BoardFiles::logLine, this, &PelkamWindow::logAppend);
+    connect(m_packages.get(), &PackageInstaller::logLine, this, &PelkamWindow::logAppend);
+    connect(m_sync.get(), &Synchronizer::logLine, this, &PelkamWindow::logAppend);
+    connect(m_workflows.get(), &FileWorkflows::logLine, this, &PelkamWindow::logAppend);
     connect(m_files.get(), &BoardFiles::fileOpsEnableRequested, this, &PelkamWindow::fileOpsEnable);
     connect(m_files.get(), &BoardFiles::progressStarted, this, [this](int maximum) {
         m_progress->setRange(0, maximum);
@@ -326,9 +344,31 @@ void PelkamWindow::onLinkStateChanged(MC_STATE state)
 void PelkamWindow::setPrompter(std::unique_ptr<Prompter> prompter)
 {
     m_prompter = std::move(prompter);
+    m_packages->setPrompter(m_prompter.get());
+    m_workflows->setPrompter(m_prompter.get());
 }
 
 void PelkamWindow::fileOpsEnable(bool on)
+{
+    if (m_workflowDepth > 0)
+        m_opsAfterWorkflow = on;
+    else
+        setFileActionsEnabled(on);
+}
+
+template <typename Workflow> void PelkamWindow::runWorkflow(Workflow workflow)
+{
+    if (m_files->busy() || m_workflowDepth > 0)
+        return;
+    m_opsAfterWorkflow = action(QStringLiteral("actionUpload"))->isEnabled();
+    ++m_workflowDepth;
+    setFileActionsEnabled(false);
+    workflow();
+    --m_workflowDepth;
+    setFileActionsEnabled(m_opsAfterWorkflow && m_link.isOpen());
+}
+
+void PelkamWindow::setFileActionsEnabled(bool on)
 {
     for (const char* name : {"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit",
                              "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch"})
@@ -344,6 +384,7 @@ void PelkamWindow::setupLocalDir(const QString& path)
         m_pcFolderEdit->setText(path);
     }
     m_pcModel->setRootPath(path);
+    m_workflows->setPcRoot(path);
     m_pcFileList->setRootIndex(m_pcModel->index(path));
 }
 
@@ -367,7 +408,7 @@ void PelkamWindow::writeSettings()
 
 void PelkamWindow::closeEvent(QCloseEvent* event)
 {
-    if (m_link.isOpen() && m_operationInProgress &&
+    if (m_link.isOpen() && (m_operationInProgress || m_packages->busy()) &&
         m_prompter->question(tr("Exit"), tr("An MC operation is in progress. Abort and quit?"), Prompter::YesNo) !=
             Prompter::Yes) {
         event->ignore();
@@ -495,17 +536,70 @@ void PelkamWindow::on_pcFolderUpTool_clicked()
 
 void PelkamWindow::on_mcFileList_doubleClicked(const QModelIndex& index)
 {
-    if (!m_mcModel.isDir(index) || m_files->busy())
+    runWorkflow([&] { m_workflows->mcEntryActivated(index, m_mcFileList->currentIndex()); });
+}
+
+void PelkamWindow::on_pcFileList_doubleClicked(const QModelIndex& index)
+{
+    if (!index.isValid() || m_files->busy())
         return;
-    const QString name = m_mcModel.path(index);
-    QString dir = m_mcModel.dirPath();
-    if (name == QLatin1String("..")) {
-        dir.chop(1);
-        dir = dir.left(dir.lastIndexOf(QLatin1Char('/')) + 1);
-    } else {
-        dir += name;
+    if (m_pcModel->isDir(index)) {
+        setupLocalDir(m_pcModel->filePath(index));
+        return;
     }
-    m_files->updateMcDir(dir);
+    runWorkflow([&] { m_workflows->pcFileActivated(m_pcModel->fileInfo(index)); });
+}
+
+void PelkamWindow::on_actionUpload_triggered()
+{
+    const QModelIndex index = m_pcFileList->currentIndex();
+    if (index.isValid() && !m_pcModel->isDir(index))
+        on_pcFileList_doubleClicked(index);
+}
+
+void PelkamWindow::on_actionDownload_triggered()
+{
+    const QModelIndex index = m_mcFileList->currentIndex();
+    if (index.isValid() && !m_mcModel.isDir(index))
+        runWorkflow([&] { m_workflows->action_download_core(index); });
+}
+
+void PelkamWindow::on_actionRemove_triggered()
+{
+    const QModelIndex index = m_mcFileList->currentIndex();
+    if (index.isValid())
+        runWorkflow([&] { m_workflows->removeEntry(index); });
+}
+
+void PelkamWindow::on_actionNew_Directory_triggered()
+{
+    runWorkflow([&] { m_workflows->newDirectory(); });
+}
+
+void PelkamWindow::on_actionSync_triggered()
+{
+    if (m_files->busy() || m_workflowDepth > 0)
+        return;
+    const QString root = m_pcModel->rootPath();
+    SyncConfigurationDialog dialog(this);
+    dialog.readSettings();
+    dialog.setSource(root);
+    dialog.setDestination(m_mcModel.dirPath());
+    if (dialog.exec() != QDialog::Accepted)
+        return;
+    dialog.writeSettings();
+    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive());
+    runWorkflow([&] { m_sync->sync_core(root, files, dialog.missing()); });
+}
+
+void PelkamWindow::on_actionUpload_Package_triggered()
+{
+    if (m_files->busy() || m_workflowDepth > 0)
+        return;
+    const QString path = m_prompter->openFileName(tr("Select package"), m_pcModel->rootPath(),
+                                                  tr("Zarno pack files (*.upack);; UFW firmware updates (*.ufw)"));
+    if (!path.isEmpty())
+        runWorkflow([&] { m_packages->install(path); });
 }
 
 void PelkamWindow::pcFileListMenu(const QPoint& pos)
@@ -514,18 +608,42 @@ void PelkamWindow::pcFileListMenu(const QPoint& pos)
     if (!index.isValid() || m_pcModel->isDir(index))
         return;
     QAction* chosen = m_pcMenu->exec(m_pcFileList->viewport()->mapToGlobal(pos));
-    if (!chosen || m_files->busy())
+    if (!chosen)
         return;
-    if (chosen->data().toInt() == 0)
-        m_files->execute_script(m_pcModel->filePath(index));
+    const QFileInfo file = m_pcModel->fileInfo(index);
+    switch (chosen->data().toInt()) {
+    case 0:
+        runWorkflow([&] { m_files->execute_script(file.absoluteFilePath()); });
+        break;
+    case 1:
+        runWorkflow([&] { m_workflows->local_file_upload(file); });
+        break;
+    case 2:
+        runWorkflow([&] { m_workflows->syncFile(file.absoluteFilePath()); });
+        break;
+    default:
+        break;
+    }
 }
 
 void PelkamWindow::mcFileListMenu(const QPoint& pos)
 {
     const QModelIndex index = m_mcFileList->indexAt(pos);
-    if (!index.isValid() || index.column() != 0 || m_mcModel.isDir(index) || m_mcMenu->isEmpty())
+    if (!index.isValid() || index.column() != 0 || m_mcModel.isDir(index))
         return;
-    m_mcMenu->exec(m_mcFileList->viewport()->mapToGlobal(pos));
+    QAction* chosen = m_mcMenu->exec(m_mcFileList->viewport()->mapToGlobal(pos));
+    if (!chosen)
+        return;
+    switch (chosen->data().toInt()) {
+    case 1:
+        runWorkflow([&] { m_workflows->action_download_core(index); });
+        break;
+    case 2:
+        runWorkflow([&] { m_workflows->action_remove_core(index); });
+        break;
+    default:
+        break;
+    }
 }
 
 // ---- Terminal and Syslog views ----

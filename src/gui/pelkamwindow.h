@@ -11,7 +11,10 @@
 #include <memory>
 
 class BoardFiles;
+class FileWorkflows;
+class PackageInstaller;
 class Prompter;
+class Synchronizer;
 class QAction;
 class QFileSystemModel;
 class QGroupBox;
@@ -65,6 +68,8 @@ public:
 
     BoardLink& link() { return m_link; }
     BoardFiles& files() { return *m_files; }
+    PackageInstaller& packages() { return *m_packages; }
+    FileWorkflows& workflows() { return *m_workflows; }
     MCDirModel& mcModel() { return m_mcModel; }
     QAction* action(const QString& objectName) const;
 
@@ -90,6 +95,13 @@ public slots:
     void on_pcFolderSelTool_clicked();
     void on_pcFolderUpTool_clicked();
     void on_mcFileList_doubleClicked(const QModelIndex& index);
+    void on_pcFileList_doubleClicked(const QModelIndex& index);
+    void on_actionUpload_triggered();
+    void on_actionDownload_triggered();
+    void on_actionRemove_triggered();
+    void on_actionNew_Directory_triggered();
+    void on_actionSync_triggered();
+    void on_actionUpload_Package_triggered();
     void pcFileListMenu(const QPoint& pos);
     void mcFileListMenu(const QPoint& pos);
 
@@ -106,6 +118,11 @@ private:
     void wireLink();
     void onLinkStateChanged(MC_STATE state);
     QString timeStamp(const QString& color) const;
+    void setFileActionsEnabled(bool on);
+    // Runs a board workflow with the file actions disabled throughout; refuses
+    // while another one waits. Afterwards the actions take the state the
+    // transfers inside asked for last.
+    template <typename Workflow> void runWorkflow(Workflow workflow);
     QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
                         const QString& icon, bool checkable = false);
 
@@ -128,6 +145,11 @@ private:
     MCDirModel m_mcModel;
     BoardLink m_link;
     std::unique_ptr<BoardFiles> m_files;
+    std::unique_ptr<PackageInstaller> m_packages;
+    std::unique_ptr<Synchronizer> m_sync;
+    std::unique_ptr<FileWorkflows> m_workflows;
+    int m_workflowDepth = 0;
+    bool m_opsAfterWorkflow = false;
     std::unique_ptr<TarvelUpdater> m_updater;
     std::unique_ptr<Prompter> m_prompter;
     QMenu* m_pcMenu = nullptr;

@@ -8,9 +8,15 @@ class QWidget;
 class WidgetPrompter : public Prompter {
 public:
     explicit WidgetPrompter(QWidget* parent) : m_parent(parent) {}
-    Answer question(const QString& title, const QString& text, Buttons buttons) override;
+    using Prompter::question;
+    Answer question(const QString& title, const QString& text, Buttons buttons, Answer defaultButton) override;
+    Answer details(const QString& title, const QString& text, const QString& informative,
+                   const QString& detailed) override;
     QString saveFileName(const QString& title, const QString& suggested, const QString& filter) override;
     QString existingDirectory(const QString& title, const QString& start) override;
+    QString openFileName(const QString& title, const QString& start, const QString& filter) override;
+    QString text(const QString& title, const QString& label) override;
+    void warning(const QString& title, const QString& text) override;
 
 private:
     QWidget* m_parent;

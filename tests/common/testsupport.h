@@ -43,10 +43,18 @@ public:
     QStringList questions;
     QString fileName;
     QString directory;
+    QStringList texts;
 
-    Answer question(const QString& title, const QString& text, Buttons) override
+    using Prompter::question;
+    Answer question(const QString& title, const QString& text, Buttons, Answer) override
     {
         questions << title + QStringLiteral(": ") + text;
+        return answers.isEmpty() ? Cancel : answers.takeFirst();
+    }
+    Answer details(const QString& title, const QString& text, const QString& informative,
+                   const QString& detailed) override
+    {
+        questions << title + QStringLiteral(": ") + text + QLatin1Char('|') + informative + QLatin1Char('|') + detailed;
         return answers.isEmpty() ? Cancel : answers.takeFirst();
     }
     QString saveFileName(const QString& title, const QString& suggested, const QString&) override
@@ -58,5 +66,19 @@ public:
     {
         questions << title;
         return directory;
+    }
+    QString openFileName(const QString& title, const QString&, const QString& filter) override
+    {
+        questions << title + QStringLiteral(": ") + filter;
+        return fileName;
+    }
+    QString text(const QString& title, const QString& label) override
+    {
+        questions << title + QStringLiteral(": ") + label;
+        return texts.isEmpty() ? QString() : texts.takeFirst();
+    }
+    void warning(const QString& title, const QString& text) override
+    {
+        questions << title + QStringLiteral(": ") + text;
     }
 };

@@ -49,16 +49,15 @@ QString settingOr(const QString& key, const QString& fallback)
 }
 } // namespace
 
-class BusyScope {
-public:
-    explicit BusyScope(BoardFiles& files) : m_files(files) { ++m_files.m_depth; }
-    ~BusyScope() { --m_files.m_depth; }
-    BusyScope(const BusyScope&) = delete;
-    BusyScope& operator=(const BusyScope&) = delete;
+BoardBusy::BoardBusy(BoardFiles& files) : m_files(files)
+{
+    ++m_files.m_depth;
+}
 
-private:
-    BoardFiles& m_files;
-};
+BoardBusy::~BoardBusy()
+{
+    --m_files.m_depth;
+}
 
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
 
@@ -147,7 +146,7 @@ bool BoardFiles::readScript(const QString& path, QByteArray* text)
 
 bool BoardFiles::upload_script(const QString& path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     QByteArray script;
     if (!readScript(path, &script))
         return false;
@@ -176,7 +175,7 @@ bool BoardFiles::upload_script(const QString& path)
 
 bool BoardFiles::execute_script(const QString& path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     QByteArray script;
     if (!readScript(path, &script))
         return false;
@@ -211,7 +210,7 @@ bool BoardFiles::execute_script(const QString& path)
 
 bool BoardFiles::debug()
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     if (!upload_script(QStringLiteral(":/data/debug.py")))
         return false;
     if (!m_link.write(QByteArrayLiteral("_debug()") + kCtrlD))
@@ -243,7 +242,7 @@ bool BoardFiles::debug()
 
 // ---- Upload ----
 
-bool BoardFiles::upload(const QString& source, const QString& target)
+bool BoardFiles::checkTarget(const QString& target)
 {
     for (const QChar c : target) {
         if (kForbiddenCharacters.contains(c)) {
@@ -251,6 +250,13 @@ bool BoardFiles::upload(const QString& source, const QString& target)
             return false;
         }
     }
+    return true;
+}
+
+bool BoardFiles::upload(const QString& source, const QString& target)
+{
+    if (!checkTarget(target))
+        return false;
     log(tr("Start uploading \"%1\" -> \"%2\"").arg(source, target));
     QFile file(source);
     if (!file.open(QIODevice::ReadOnly)) {
@@ -262,7 +268,7 @@ bool BoardFiles::upload(const QString& source, const QString& target)
 
 bool BoardFiles::upload(QIODevice* source, const QString& target)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     const QByteArray text = source->readAll().toBase64();
     emit fileOpsEnableRequested(false);
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
@@ -359,7 +365,7 @@ bool BoardFiles::download(const QString& source, const QString& localPath)
 
 bool BoardFiles::download(const QString& source, QFile* target)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     m_lastDownloadOk = false;
     emit fileOpsEnableRequested(false);
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Download"), QStringLiteral("download"), false)))
@@ -434,7 +440,7 @@ bool BoardFiles::download(const QString& source, QFile* target)
 
 bool BoardFiles::remove(const QString& path, bool isDir)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     const QString script = isDir ? scriptPath(QStringLiteral("Scripts/Rmdir"), QStringLiteral("rmdir"), true)
                                  : scriptPath(QStringLiteral("Scripts/Remove"), QStringLiteral("remove"), true);
     if (!upload_script(script))
@@ -468,7 +474,7 @@ bool BoardFiles::remove(const QString& path, bool isDir)
 
 bool BoardFiles::mc_mkdir(QString path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     if (path.isEmpty() || path == QLatin1String("/"))
         return true;
     if (!m_link.to_repl())
@@ -495,7 +501,7 @@ bool BoardFiles::mc_mkdir(QString path)
 
 bool BoardFiles::mc_direxists(const QString& path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     QString script =
         QSettings().value(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py")).toString();
     if (script.isEmpty())
@@ -517,7 +523,7 @@ bool BoardFiles::mc_direxists(const QString& path)
 
 QByteArray BoardFiles::mc_file_hash(const QString& path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     const QString call = QStringLiteral("_hash(%1)").arg(pyString(path));
     if (!m_link.tranceive(call.toLatin1() + "\r\n", kHashTimeoutMs) || !m_link.hasReply())
         return {};
@@ -533,7 +539,7 @@ QByteArray BoardFiles::mc_file_hash(const QString& path)
 
 QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     QString dir = directory;
     if (dir.size() >= 2 && dir.endsWith(QLatin1Char('/')))
         dir.chop(1);
@@ -574,7 +580,7 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
 
 void BoardFiles::updateMcDir(QString path)
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     if (path.isEmpty())
         path = QStringLiteral("/");
     else if (path != QLatin1String("/") && path.endsWith(QLatin1Char('/')))
@@ -610,7 +616,7 @@ QStringList BoardFiles::upy_parselist(const QString& text) const
 
 QHash<QString, QString> BoardFiles::mc_uname()
 {
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     QHash<QString, QString> info;
     const QString command = settingOr(QStringLiteral("PY/uname"), QStringLiteral("import os;print(os.uname())"));
     if (!m_link.tranceive(command.toLatin1() + "\r\n", kUnameTimeoutMs) || !m_link.hasReply())
@@ -651,7 +657,7 @@ void BoardFiles::queryInfo()
         m_link.infoTimer().start();
         return;
     }
-    const BusyScope scope(*this);
+    const BoardBusy scope(*this);
     m_link.drain();
     displayMcInfo();
     emit fileOpsEnableRequested(true);

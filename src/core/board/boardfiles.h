@@ -8,9 +8,23 @@
 #include <QObject>
 #include <QStringList>
 
+class BoardFiles;
 class MCDirModel;
 class QFile;
 class QIODevice;
+
+// Marks a board operation for its whole duration: while one lives,
+// BoardFiles::busy() is true and user actions refuse to start another.
+class BoardBusy {
+public:
+    explicit BoardBusy(BoardFiles& files);
+    ~BoardBusy();
+    BoardBusy(const BoardBusy&) = delete;
+    BoardBusy& operator=(const BoardBusy&) = delete;
+
+private:
+    BoardFiles& m_files;
+};
 
 // Every remote file operation: pastes one of our board scripts into the raw
 // REPL, calls it and speaks its framing over the link. Reports by signals.
@@ -20,6 +34,8 @@ public:
     explicit BoardFiles(BoardLink& link, QObject* parent = nullptr);
 
     void setModel(MCDirModel* model) { m_model = model; }
+    MCDirModel* model() const { return m_model; }
+    BoardLink& link() { return m_link; }
     // True while an operation talks to the board. Board calls wait in nested
     // event loops, so user actions check this before starting another one.
     bool busy() const { return m_depth > 0; }
@@ -29,6 +45,8 @@ public:
     bool debug();
 
     bool upload(const QString& source, const QString& target);
+    // Refuses (with a log line) a board path the board's file system cannot take.
+    bool checkTarget(const QString& target);
     bool upload(QIODevice* source, const QString& target);
     bool download(const QString& source, const QString& localPath);
     bool download(const QString& source, QFile* target);
@@ -83,7 +101,7 @@ private:
     bool settleRaw();
     void log(const QString& text) { emit logLine(text); }
 
-    friend class BusyScope;
+    friend class BoardBusy;
     BoardLink& m_link;
     MCDirModel* m_model = nullptr;
     int m_depth = 0;

@@ -1,0 +1,121 @@
+#include "synchronizer.h"
+
+#include "board/boardfiles.h"
+#include "board/mcdirmodel.h"
+
+#include <QCryptographicHash>
+#include <QDir>
+#include <QFile>
+#include <QSettings>
+
+namespace {
+const QString kDefaultHashScript = QStringLiteral(":/data/hash.py");
+
+QByteArray digestOf(QFile& file, QCryptographicHash::Algorithm algorithm)
+{
+    QCryptographicHash hash(algorithm);
+    file.seek(0);
+    hash.addData(&file);
+    return hash.result();
+}
+} // namespace
+
+Synchronizer::Synchronizer(BoardFiles& files, QObject* parent) : QObject(parent), m_files(files) {}
+
+QStringList Synchronizer::collectSyncFiles(const QString& root, const QString& sub, bool recursive)
+{
+    const QDir dir(root + QLatin1Char('/') + sub);
+    const auto relative = [&sub](const QString& name) { return sub.isEmpty() ? name : sub + QLatin1Char('/') + name; };
+    QStringList files;
+    if (recursive) {
+        const QStringList folders = dir.entryList({QStringLiteral("*")}, QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+        for (const QString& folder : folders)
+            files += collectSyncFiles(root, relative(folder), recursive);
+    }
+    for (const QString& name : dir.entryList({QStringLiteral("*")}, QDir::Files, QDir::Name))
+        files << relative(name);
+    return files;
+}
+
+bool Synchronizer::sync_core(const QString& source, const QStringList& files, bool missing)
+{
+    MCDirModel* model = m_files.model();
+    Options options;
+    options.missing = missing;
+    return synchronize(source, model ? model->dirPath() : QStringLiteral("/"), files, options);
+}
+
+bool Synchronizer::synchronize(const QString& source, const QString& destination, const QStringList& files,
+                               const Options& options)
+{
+    const BoardBusy hold(m_files);
+    QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
+    if (script.isEmpty())
+        script = kDefaultHashScript;
+    if (!m_files.upload_script(script) || !m_files.link().to_repl()) {
+        log(tr("Synchronization failed"));
+        return false;
+    }
+
+    // The board hashes with MD5 when it can; one that cannot answers SHA1,
+    // which the first identical file reveals.
+    QCryptographicHash::Algorithm algorithm = QCryptographicHash::Md5;
+    bool switched = false;
+    QStringList uploads;
+    for (const QString& f : files) {
+        const QByteArray reply = m_files.mc_file_hash(destination + f);
+        if (reply.isEmpty()) {
+            log(tr("Syncronization aborted: hash computation failure"));
+            return false;
+        }
+        if (reply.startsWith("err")) {
+            if (options.missing)
+                uploads << f;
+            else
+                log(tr("Skipping %1 - destination file is missing").arg(f));
+            continue;
+        }
+        QFile local(source + QLatin1Char('/') + f);
+        if (!local.open(QIODevice::ReadOnly)) {
+            log(tr("Skipping %1 - file is not readable").arg(f));
+            continue;
+        }
+        const QByteArray board = QByteArray::fromHex(reply);
+        if (digestOf(local, algorithm) == board) {
+            log(tr("Skipping %1 - files are identical").arg(f));
+        } else if (switched) {
+            uploads << f;
+        } else if (digestOf(local, QCryptographicHash::Sha1) == board) {
+            algorithm = QCryptographicHash::Sha1;
+            switched = true;
+            log(tr("MC does not support MD5 computation - switched to SHA1"));
+            log(tr("Skipping %1 - files are identical").arg(f));
+        } else {
+            uploads << f;
+        }
+    }
+
+    QStringList created;
+    for (const QString& f : qAsConst(uploads)) {
+        if (options.dryRun) {
+            emit fileUploaded(f);
+            continue;
+        }
+        const QString target = destination + f;
+        const QString folder = target.left(target.lastIndexOf(QLatin1Char('/')));
+        if (options.createDirs && f.contains(QLatin1Char('/')) && !created.contains(folder)) {
+            if (!m_files.mc_mkdir(folder)) {
+                log(tr("Synchronization aborted - file upload failure"));
+                return false;
+            }
+            created << folder;
+        }
+        if (!m_files.upload(source + QLatin1Char('/') + f, target)) {
+            log(tr("Synchronization aborted - file upload failure"));
+            return false;
+        }
+        emit fileUploaded(f);
+    }
+    log(tr("Synchronized files from folders %1/ and %2").arg(source, destination));
+    return true;
+}

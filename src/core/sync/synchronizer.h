@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QObject>
+#include <QStringList>
+
+class BoardFiles;
+
+// One-way synchronisation from a PC folder to a board folder: files whose
+// board digest differs (or that are missing on the board) are uploaded.
+class Synchronizer : public QObject {
+    Q_OBJECT
+public:
+    struct Options {
+        bool missing = true;     // upload files the board does not have
+        bool dryRun = false;     // compare only: report, upload nothing
+        bool createDirs = false; // create the board folders the uploads need
+    };
+
+    explicit Synchronizer(BoardFiles& files, QObject* parent = nullptr);
+
+    // Files under root/sub relative to root, "/"-separated: at every level
+    // the sub-folders' contents (depth first, by name) come before the
+    // level's own files; hidden files are left out.
+    static QStringList collectSyncFiles(const QString& root, const QString& sub, bool recursive);
+
+    // The window's synchronisation: into the listed board directory.
+    bool sync_core(const QString& source, const QStringList& files, bool missing);
+    // destination is a board directory ending with "/". True when everything
+    // that needed uploading was uploaded (or nothing needed it).
+    bool synchronize(const QString& source, const QString& destination, const QStringList& files,
+                     const Options& options);
+
+signals:
+    void logLine(const QString& html);
+    // A file that was uploaded (or, in a dry run, would be), relative to the source.
+    void fileUploaded(const QString& relativePath);
+
+private:
+    void log(const QString& text) { emit logLine(text); }
+    BoardFiles& m_files;
+};

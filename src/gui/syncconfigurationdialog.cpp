@@ -1,0 +1,96 @@
+#include "syncconfigurationdialog.h"
+
+#include <QCheckBox>
+#include <QDialogButtonBox>
+#include <QFormLayout>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSettings>
+#include <QVBoxLayout>
+
+SyncConfigurationDialog::SyncConfigurationDialog(QWidget* parent) : QDialog(parent)
+{
+    setObjectName(QStringLiteral("SyncConfigurationDialog"));
+    resize(516, 230);
+    setWindowTitle(tr("Synchronization"));
+    auto* vertical = new QVBoxLayout(this);
+    vertical->setObjectName(QStringLiteral("verticalLayout"));
+    auto* form = new QFormLayout();
+    form->setObjectName(QStringLiteral("formLayout"));
+    const auto row = [this, form](const char* labelName, const QString& text, const char* editName) {
+        auto* label = new QLabel(text, this);
+        label->setObjectName(QString::fromLatin1(labelName));
+        auto* edit = new QLineEdit(this);
+        edit->setObjectName(QString::fromLatin1(editName));
+        edit->setReadOnly(true);
+        form->addRow(label, edit);
+        return edit;
+    };
+    m_source = row("label", tr("Source:"), "srcEdit");
+    m_destination = row("label_2", tr("Destination:"), "destEdit");
+    vertical->addLayout(form);
+    m_recursive = new QCheckBox(tr("Recursively"), this);
+    m_recursive->setObjectName(QStringLiteral("recursiveCheck"));
+    vertical->addWidget(m_recursive);
+    m_missing = new QCheckBox(tr("Upload missing files"), this);
+    m_missing->setObjectName(QStringLiteral("missingCheck"));
+    vertical->addWidget(m_missing);
+    auto* info = new QLabel(tr("This will upload files from \"Source\" (PC) directory to the \"Destination\" (MC) "
+                               "directory whose MD5 sums differ."),
+                            this);
+    info->setWordWrap(true);
+    vertical->addWidget(info);
+    auto* buttons = new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, Qt::Horizontal, this);
+    buttons->setObjectName(QStringLiteral("buttonBox"));
+    vertical->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+    connect(m_source, &QLineEdit::textChanged, this, &SyncConfigurationDialog::sourceChanged);
+    connect(m_destination, &QLineEdit::textChanged, this, &SyncConfigurationDialog::destinationChanged);
+}
+
+void SyncConfigurationDialog::readSettings()
+{
+    const QSettings settings;
+    m_recursive->setChecked(settings.value(QStringLiteral("Sync/Recursive"), true).toBool());
+    m_missing->setChecked(settings.value(QStringLiteral("Sync/Missing"), true).toBool());
+}
+
+void SyncConfigurationDialog::writeSettings()
+{
+    QSettings settings;
+    settings.setValue(QStringLiteral("Sync/Recursive"), m_recursive->isChecked());
+    settings.setValue(QStringLiteral("Sync/Missing"), m_missing->isChecked());
+}
+
+QString SyncConfigurationDialog::source() const
+{
+    return m_source->text();
+}
+
+QString SyncConfigurationDialog::destination() const
+{
+    return m_destination->text();
+}
+
+bool SyncConfigurationDialog::recursive() const
+{
+    return m_recursive->isChecked();
+}
+
+bool SyncConfigurationDialog::missing() const
+{
+    return m_missing->isChecked();
+}
+
+void SyncConfigurationDialog::setSource(const QString& text)
+{
+    if (m_source->text() != text)
+        m_source->setText(text);
+}
+
+void SyncConfigurationDialog::setDestination(const QString& text)
+{
+    if (m_destination->text() != text)
+        m_destination->setText(text);
+}
