@@ -1,15 +1,21 @@
 // pelkam-cli: the board operations of Pelkam without widgets, for scripts.
 #include "board/boardfiles.h"
 #include "link/boardlink.h"
+#include "packages/packageinstaller.h"
+#include "sync/synchronizer.h"
+#include "workflows/boardbackup.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QJsonObject>
 #include <QRegularExpression>
 #include <QTextStream>
 
 #include <cstdio>
+#include <functional>
 #include <unistd.h>
 
 namespace {
@@ -27,6 +33,20 @@ const char* const kCommands = R"(Commands:
   mkdir BOARD_PATH             create a board folder, with its parents
   hash BOARD_PATH              print the board's digest of a file (MD5, or SHA1)
   exec LOCAL_SCRIPT            run a script on the board, its output on stdout
+  install PACKAGE              install a .upack or .ufw package; prints each board
+                               path uploaded. A .ufw whose tar headers turn corrupt
+                               midway counts as failed here (the window reports it
+                               as installed).
+  sync LOCAL_DIR BOARD_DIR     upload the files of LOCAL_DIR whose board digest
+                               differs or that the board lacks; prints each file
+                               uploaded (--dry-run: would upload). Unlike the
+                               window's Sync, it first creates the board folders
+                               the uploads need. Options: --no-recursive,
+                               --no-missing, --dry-run.
+  backup BOARD_DIR LOCAL_DIR   copy a board folder tree to LOCAL_DIR, every file
+                               checked; prints each file saved. LOCAL_DIR must be
+                               empty or absent unless --force is given. Restore
+                               with: sync LOCAL_DIR BOARD_DIR
 
 Exit status: 0 success, 1 the operation failed, 2 usage error.)";
 
@@ -42,6 +62,207 @@ int usage(const QString& message)
 {
     QTextStream(stderr) << "pelkam-cli: " << message << "\nTry 'pelkam-cli --help'.\n";
     return kExitUsage;
+}
+
+// What every command works with.
+struct Context {
+    BoardLink& link;
+    BoardFiles& files;
+    const QCommandLineParser& parser;
+    QStringList args; // the command's own arguments
+    QTextStream& out;
+    QTextStream& err;
+    bool terminal; // standard error is a terminal: progress lines are shown
+
+    bool option(const char* name) const { return parser.isSet(QString::fromLatin1(name)); }
+    template <typename Sender, typename Signal>
+    void logTo(Sender* sender, Signal signal)
+    {
+        QObject::connect(sender, signal, [this](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
+    }
+};
+
+int cmdInfo(Context& c)
+{
+    const QHash<QString, QString> info = c.files.mc_uname();
+    for (const char* key : {"sysname", "nodename", "release", "version", "machine"})
+        if (info.contains(QLatin1String(key)))
+            c.out << key << ": " << info.value(QLatin1String(key)) << "\n";
+    if (info.isEmpty()) {
+        c.err << "System information request failed\n";
+        return kExitFailed;
+    }
+    return kExitOk;
+}
+
+int cmdLs(Context& c)
+{
+    const QString dir = c.args.value(0);
+    if (!c.files.mc_direxists(dir)) {
+        c.err << "No such board folder: " << dir << '\n';
+        return kExitFailed;
+    }
+    for (const QJsonValue& v : c.files.mc_lsdir(dir, MC_LIST_DIRS))
+        c.out << "d " << v.toObject().value(QStringLiteral("n")).toString() << '\n';
+    for (const QJsonValue& v : c.files.mc_lsdir(dir, MC_LIST_FILES)) {
+        const QJsonObject o = v.toObject();
+        c.out << "f " << o.value(QStringLiteral("s")).toInt(-1) << ' ' << o.value(QStringLiteral("n")).toString()
+              << '\n';
+    }
+    return kExitOk;
+}
+
+int cmdGet(Context& c)
+{
+    return c.files.download(c.args.value(0), c.args.value(1)) && c.files.lastDownloadOk() ? kExitOk : kExitFailed;
+}
+
+int cmdPut(Context& c)
+{
+    return c.files.upload(c.args.value(0), c.args.value(1)) ? kExitOk : kExitFailed;
+}
+
+int cmdRemove(Context& c, bool isDir)
+{
+    return c.files.remove(c.args.value(0), isDir) ? kExitOk : kExitFailed;
+}
+
+int cmdMkdir(Context& c)
+{
+    const QString path = c.args.value(0);
+    return c.files.mc_mkdir(path) && c.files.mc_direxists(path) ? kExitOk : kExitFailed;
+}
+
+int cmdHash(Context& c)
+{
+    const QString path = c.args.value(0);
+    QByteArray digest;
+    if (c.files.upload_script(c.files.scriptPath(QStringLiteral("Scripts/Hash"), QStringLiteral("hash"), false)) &&
+        c.link.to_repl())
+        digest = c.files.mc_file_hash(path);
+    if (digest.isEmpty() || digest.startsWith("err(")) {
+        c.err << "Cannot hash " << path << (digest.isEmpty() ? QByteArray() : ": " + digest) << '\n';
+        return kExitFailed;
+    }
+    c.out << digest << '\n';
+    return kExitOk;
+}
+
+int cmdExec(Context& c)
+{
+    const QString script = c.args.value(0);
+    if (!QFile::exists(script)) {
+        c.err << "Cannot open " << script << '\n';
+        return kExitFailed;
+    }
+    // The script's own output goes to standard output, our log stays on stderr.
+    QObject::disconnect(&c.files, &BoardFiles::logLine, nullptr, nullptr);
+    QObject::connect(&c.files, &BoardFiles::logLine, [&c](const QString& s) {
+        if (s.startsWith(QLatin1String("&gt;&gt;")))
+            c.out << plain(s).mid(2) << '\n' << Qt::flush;
+        else
+            c.err << plain(s) << '\n' << Qt::flush;
+    });
+    return c.files.execute_script(script) && c.link.isOpen() ? kExitOk : kExitFailed;
+}
+
+int cmdInstall(Context& c)
+{
+    const QString package = c.args.value(0);
+    PackageInstaller installer(c.files);
+    c.logTo(&installer, &PackageInstaller::logLine);
+    QObject::connect(&installer, &PackageInstaller::fileInstalled,
+                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    switch (installer.install(package)) {
+    case PackageInstaller::Installed:
+        return kExitOk;
+    case PackageInstaller::EndedEarly:
+        c.err << "The package ended at a corrupt header: it may be incomplete\n";
+        return kExitFailed;
+    default:
+        return kExitFailed;
+    }
+}
+
+QString boardDirectory(QString dir)
+{
+    if (!dir.endsWith(QLatin1Char('/')))
+        dir += QLatin1Char('/');
+    return dir;
+}
+
+int cmdSync(Context& c)
+{
+    const QString source = QDir(c.args.value(0)).absolutePath();
+    Synchronizer sync(c.files);
+    c.logTo(&sync, &Synchronizer::logLine);
+    QObject::connect(&sync, &Synchronizer::fileUploaded,
+                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    Synchronizer::Options options;
+    options.missing = !c.option("no-missing");
+    options.dryRun = c.option("dry-run");
+    options.createDirs = true;
+    const QStringList files = Synchronizer::collectSyncFiles(source, QString(), !c.option("no-recursive"));
+    return sync.synchronize(source, boardDirectory(c.args.value(1)), files, options) ? kExitOk : kExitFailed;
+}
+
+int cmdBackup(Context& c)
+{
+    const QString local = c.args.value(1);
+    const QDir target(local);
+    if (target.exists() && !target.isEmpty() && !c.option("force")) {
+        c.err << local << " is not empty (use --force to replace its files)\n";
+        return kExitFailed;
+    }
+    BoardBackup backup(c.files);
+    c.logTo(&backup, &BoardBackup::logLine);
+    QObject::connect(&backup, &BoardBackup::fileSaved,
+                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    if (c.terminal)
+        QObject::connect(&backup, &BoardBackup::progress, [&c](int done, int total, qint64 bytes) {
+            c.err << QStringLiteral("\r%1 of %2 files, %3 bytes").arg(done).arg(total).arg(bytes)
+                  << (done == total ? "\n" : "") << Qt::flush;
+        });
+    return backup.run(c.args.value(0), QDir(local).absolutePath()) ? kExitOk : kExitFailed;
+}
+
+struct Command {
+    int arity;
+    std::function<int(Context&)> run;
+};
+
+const QHash<QString, Command>& commands()
+{
+    static const QHash<QString, Command> table{
+        {QStringLiteral("info"), {0, cmdInfo}},
+        {QStringLiteral("ls"), {1, cmdLs}},
+        {QStringLiteral("get"), {2, cmdGet}},
+        {QStringLiteral("put"), {2, cmdPut}},
+        {QStringLiteral("rm"), {1, [](Context& c) { return cmdRemove(c, false); }}},
+        {QStringLiteral("rmdir"), {1, [](Context& c) { return cmdRemove(c, true); }}},
+        {QStringLiteral("mkdir"), {1, cmdMkdir}},
+        {QStringLiteral("hash"), {1, cmdHash}},
+        {QStringLiteral("exec"), {1, cmdExec}},
+        {QStringLiteral("install"), {1, cmdInstall}},
+        {QStringLiteral("sync"), {2, cmdSync}},
+        {QStringLiteral("backup"), {2, cmdBackup}},
+    };
+    return table;
+}
+
+// Usage errors that need no board.
+QString checkArguments(const QString& command, const QStringList& args)
+{
+    if (command == QLatin1String("mkdir") && !args.value(0).startsWith(QLatin1Char('/')))
+        return QStringLiteral("mkdir takes an absolute board path");
+    if (command == QLatin1String("install") && !PackageInstaller::isPackageName(args.value(0)))
+        return QStringLiteral("install takes a .upack or .ufw package");
+    if (command == QLatin1String("sync") && !QFileInfo(args.value(0)).isDir())
+        return QStringLiteral("sync: %1 is not a folder").arg(args.value(0));
+    if ((command == QLatin1String("sync") || command == QLatin1String("backup")) &&
+        !args.value(command == QLatin1String("sync") ? 1 : 0).startsWith(QLatin1Char('/')))
+        return QStringLiteral("%1 takes an absolute board folder").arg(command);
+    return QString();
 }
 } // namespace
 
@@ -62,6 +283,10 @@ int main(int argc, char* argv[])
                       QStringLiteral("TYPE"), QStringLiteral("stm32")});
     parser.addOption({QStringLiteral("baud"), QStringLiteral("Baud rate (default 115200)."), QStringLiteral("N"),
                       QStringLiteral("115200")});
+    parser.addOption({QStringLiteral("no-recursive"), QStringLiteral("sync: only the folder's own files.")});
+    parser.addOption({QStringLiteral("no-missing"), QStringLiteral("sync: skip files the board does not have.")});
+    parser.addOption({QStringLiteral("dry-run"), QStringLiteral("sync: compare only, upload nothing.")});
+    parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("What to do (see above)."));
     if (!parser.parse(QCoreApplication::arguments()))
         return usage(parser.errorText());
@@ -74,16 +299,15 @@ int main(int argc, char* argv[])
         return kExitOk;
     }
 
-    const QStringList args = parser.positionalArguments();
-    static const QHash<QString, int> arity{{"info", 0},  {"ls", 1},    {"get", 2},  {"put", 2}, {"rm", 1},
-                                           {"rmdir", 1}, {"mkdir", 1}, {"hash", 1}, {"exec", 1}};
+    QStringList args = parser.positionalArguments();
     if (args.isEmpty())
         return usage(QStringLiteral("no command given"));
-    const QString command = args.first();
-    if (!arity.contains(command))
+    const QString command = args.takeFirst();
+    if (!commands().contains(command))
         return usage(QStringLiteral("unknown command '%1'").arg(command));
-    if (args.size() - 1 != arity.value(command))
-        return usage(QStringLiteral("'%1' takes %2 argument(s)").arg(command).arg(arity.value(command)));
+    const Command& entry = commands()[command];
+    if (args.size() != entry.arity)
+        return usage(QStringLiteral("'%1' takes %2 argument(s)").arg(command).arg(entry.arity));
     if (!parser.isSet(QStringLiteral("port")))
         return usage(QStringLiteral("--port is required"));
     const QString type = parser.value(QStringLiteral("type")).toLower();
@@ -93,19 +317,22 @@ int main(int argc, char* argv[])
     const int baud = parser.value(QStringLiteral("baud")).toInt(&baudOk);
     if (!baudOk || baud <= 0)
         return usage(QStringLiteral("--baud takes a positive number"));
+    const QString problem = checkArguments(command, args);
+    if (!problem.isEmpty())
+        return usage(problem);
 
     QTextStream out(stdout);
     QTextStream err(stderr);
     BoardLink link;
     BoardFiles files(link);
-    const bool progressShown = isatty(STDERR_FILENO);
-    QObject::connect(&link, &BoardLink::logLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
-    QObject::connect(&files, &BoardFiles::logLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
-    QObject::connect(&link, &BoardLink::terminalLine, [&](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
+    Context context{link, files, parser, args, out, err, isatty(STDERR_FILENO) != 0};
+    context.logTo(&link, &BoardLink::logLine);
+    context.logTo(&files, &BoardFiles::logLine);
+    context.logTo(&link, &BoardLink::terminalLine);
     int total = 0;
     QObject::connect(&files, &BoardFiles::progressStarted, [&](int maximum) { total = maximum; });
     QObject::connect(&files, &BoardFiles::progressChanged, [&](int value) {
-        if (progressShown && total > 0)
+        if (context.terminal && total > 0)
             err << QStringLiteral("\r%1% (%2 of %3 bytes)")
                        .arg(qMin(100, value * 100 / total))
                        .arg(qMin(value, total))
@@ -113,7 +340,7 @@ int main(int argc, char* argv[])
                 << Qt::flush;
     });
     QObject::connect(&files, &BoardFiles::progressFinished, [&] {
-        if (progressShown && total > 0)
+        if (context.terminal && total > 0)
             err << '\n' << Qt::flush;
     });
 
@@ -131,64 +358,8 @@ int main(int argc, char* argv[])
     }
     QCoreApplication::processEvents();
 
-    bool ok = false;
-    const QString a1 = args.value(1);
-    const QString a2 = args.value(2);
-    if (command == QLatin1String("info")) {
-        const QHash<QString, QString> info = files.mc_uname();
-        for (const char* key : {"sysname", "nodename", "release", "version", "machine"})
-            if (info.contains(QLatin1String(key)))
-                out << key << ": " << info.value(QLatin1String(key)) << "\n";
-        ok = !info.isEmpty();
-        if (!ok)
-            err << "System information request failed\n";
-    } else if (command == QLatin1String("ls")) {
-        if (!files.mc_direxists(a1)) {
-            err << "No such board folder: " << a1 << '\n';
-        } else {
-            for (const QJsonValue& v : files.mc_lsdir(a1, MC_LIST_DIRS))
-                out << "d " << v.toObject().value(QStringLiteral("n")).toString() << '\n';
-            for (const QJsonValue& v : files.mc_lsdir(a1, MC_LIST_FILES)) {
-                const QJsonObject o = v.toObject();
-                out << "f " << o.value(QStringLiteral("s")).toInt(-1) << ' ' << o.value(QStringLiteral("n")).toString()
-                    << '\n';
-            }
-            ok = true;
-        }
-    } else if (command == QLatin1String("get")) {
-        ok = files.download(a1, a2) && files.lastDownloadOk();
-    } else if (command == QLatin1String("put")) {
-        ok = files.upload(a1, a2);
-    } else if (command == QLatin1String("rm") || command == QLatin1String("rmdir")) {
-        ok = files.remove(a1, command == QLatin1String("rmdir"));
-    } else if (command == QLatin1String("mkdir")) {
-        QString path = a1;
-        if (!path.startsWith(QLatin1Char('/')))
-            return usage(QStringLiteral("mkdir takes an absolute board path"));
-        ok = files.mc_mkdir(path) && files.mc_direxists(path);
-    } else if (command == QLatin1String("hash")) {
-        QByteArray digest;
-        if (files.upload_script(files.scriptPath(QStringLiteral("Scripts/Hash"), QStringLiteral("hash"), false)) &&
-            link.to_repl())
-            digest = files.mc_file_hash(a1);
-        ok = !digest.isEmpty() && !digest.startsWith("err(");
-        if (ok)
-            out << digest << '\n';
-        else
-            err << "Cannot hash " << a1 << (digest.isEmpty() ? QByteArray() : ": " + digest) << '\n';
-    } else if (command == QLatin1String("exec")) {
-        QObject::disconnect(&files, &BoardFiles::logLine, nullptr, nullptr);
-        QObject::connect(&files, &BoardFiles::logLine, [&](const QString& s) {
-            if (s.startsWith(QLatin1String("&gt;&gt;")))
-                out << plain(s).mid(2) << '\n' << Qt::flush;
-            else
-                err << plain(s) << '\n' << Qt::flush;
-        });
-        ok = QFile::exists(a1) && files.execute_script(a1) && link.isOpen();
-        if (!QFile::exists(a1))
-            err << "Cannot open " << a1 << '\n';
-    }
+    const int status = entry.run(context);
     out.flush();
     link.connectionClosed();
-    return ok ? kExitOk : kExitFailed;
+    return status;
 }

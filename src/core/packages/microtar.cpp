@@ -133,18 +133,29 @@ int mtar_open(mtar_t* tar, const char* filename, const char* mode)
     tar->seek = fileSeek;
     tar->close = fileClose;
     const bool reading = std::strchr(mode, 'r') != nullptr;
-    tar->stream = std::fopen(filename, reading ? "rb" : mode);
-    if (!tar->stream)
+    FILE* stream = std::fopen(filename, reading ? "rb" : mode);
+    if (!stream)
         return MTAR_EOPENFAIL;
-    if (reading) {
-        mtar_header_t header;
-        const int err = mtar_read_header(tar, &header);
-        if (err != MTAR_ESUCCESS) {
-            mtar_close(tar);
-            return err;
-        }
+    if (!reading) {
+        tar->stream = stream;
+        return MTAR_ESUCCESS;
     }
-    return MTAR_ESUCCESS;
+    return mtar_open_stream(tar, stream);
+}
+
+int mtar_open_stream(mtar_t* tar, FILE* stream)
+{
+    std::memset(tar, 0, sizeof(*tar));
+    tar->read = fileRead;
+    tar->write = fileWrite;
+    tar->seek = fileSeek;
+    tar->close = fileClose;
+    tar->stream = stream;
+    mtar_header_t header;
+    const int err = mtar_read_header(tar, &header);
+    if (err != MTAR_ESUCCESS)
+        mtar_close(tar);
+    return err;
 }
 
 int mtar_close(mtar_t* tar)

@@ -54,6 +54,8 @@ struct mtar_t {
 
 const char* mtar_strerror(int err);
 int mtar_open(mtar_t* tar, const char* filename, const char* mode);
+// Reads from an open stream (which it then owns), checking the first header.
+int mtar_open_stream(mtar_t* tar, FILE* stream);
 int mtar_close(mtar_t* tar);
 int mtar_seek(mtar_t* tar, uint64_t pos);
 uint64_t mtar_tell(const mtar_t* tar);

@@ -2,12 +2,12 @@
 
 #include "board/boardfiles.h"
 #include "board/mcdirmodel.h"
+#include "paxglobal.h"
 #include "prompter.h"
 
 #include <QBuffer>
 #include <QFile>
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <QSet>
 
 #include <quazip.h>
@@ -118,8 +118,10 @@ PackageInstaller::Result PackageInstaller::package_upload_core(const QString& pa
         if (slash >= 0)
             dirs.insert(name.left(slash));
     }
+    // Entries go to absolute board paths, so their folders are made absolute
+    // too; relative ones would land under whatever folder the board is in.
     for (const QString& dir : qAsConst(dirs)) {
-        if (!mkdir(dir))
+        if (!mkdir(dir.startsWith(QLatin1Char('/')) ? dir : QLatin1Char('/') + dir))
             return stop(Failed);
     }
 
@@ -165,31 +167,6 @@ PackageInstaller::Result PackageInstaller::package_upload_core(const QString& pa
 }
 
 // ---- .ufw ----
-
-QHash<QString, QString> PackageInstaller::_tar_parse_global(const QByteArray& data)
-{
-    static const QRegularExpression record(QRegularExpression::anchoredPattern(QStringLiteral("([^\\=]+)\\=(.*)\\n")));
-    QHash<QString, QString> values;
-    qint64 p = 0;
-    for (;;) {
-        const int blank = data.indexOf(' ', static_cast<int>(p));
-        if (blank <= 0)
-            return values;
-        bool ok = false;
-        const qint64 length = data.mid(static_cast<int>(p), blank - static_cast<int>(p)).toLongLong(&ok);
-        // A length that does not reach past its own digits would never advance.
-        if (!ok || length <= blank - p)
-            return values;
-        const qint64 start = p;
-        p += length;
-        if (p > data.size())
-            return values;
-        const QByteArray text = data.mid(blank + 1, static_cast<int>(start + length) - blank - 1);
-        const QRegularExpressionMatch match = record.match(QString::fromUtf8(text));
-        if (match.hasMatch())
-            values.insert(match.captured(1), match.captured(2));
-    }
-}
 
 bool PackageInstaller::readTarData(const mtar_header_t& header, QByteArray* data)
 {
@@ -246,7 +223,7 @@ PackageInstaller::Result PackageInstaller::ufw_upload_core(const QString& path)
                 return stop(Failed);
             QByteArray data;
             if (readTarData(header, &data)) {
-                const QHash<QString, QString> values = _tar_parse_global(data);
+                const QHash<QString, QString> values = ::_tar_parse_global(data);
                 if (values.contains(QStringLiteral("board")) && values.contains(QStringLiteral("mod")))
                     log(tr("UFW firmware package is for %1/%2 (%3)")
                             .arg(values.value(QStringLiteral("board")), values.value(QStringLiteral("mod")),

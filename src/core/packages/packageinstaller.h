@@ -2,7 +2,6 @@
 
 #include "microtar.h"
 
-#include <QHash>
 #include <QObject>
 
 #include <memory>
@@ -36,7 +35,6 @@ public:
     Result package_upload_core(const QString& path);
     Result ufw_upload_core(const QString& path);
 
-    static QHash<QString, QString> _tar_parse_global(const QByteArray& data);
     static bool isPackageName(const QString& path);
     // No MicroPython board has flash for more; refusing bigger entries keeps a
     // hostile package from making us allocate without bound.

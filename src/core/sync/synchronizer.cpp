@@ -103,7 +103,7 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         }
         const QString target = destination + f;
         const QString folder = target.left(target.lastIndexOf(QLatin1Char('/')));
-        if (options.createDirs && f.contains(QLatin1Char('/')) && !created.contains(folder)) {
+        if (options.createDirs && !created.contains(folder)) {
             if (!m_files.mc_mkdir(folder)) {
                 log(tr("Synchronization aborted - file upload failure"));
                 return false;
