@@ -6,7 +6,7 @@ SUDO=""
 export DEBIAN_FRONTEND=noninteractive
 $SUDO apt-get update
 $SUDO apt-get install -y --no-install-recommends \
-  build-essential cmake pkg-config \
+  build-essential cmake pkg-config clang libclang-rt-14-dev \
   qtbase5-dev qtbase5-dev-tools libqt5serialport5-dev libqt5svg5-dev \
   qttools5-dev qttools5-dev-tools qttranslations5-l10n \
   libquazip1-qt5-dev zlib1g-dev \

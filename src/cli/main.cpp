@@ -75,8 +75,7 @@ struct Context {
     bool terminal; // standard error is a terminal: progress lines are shown
 
     bool option(const char* name) const { return parser.isSet(QString::fromLatin1(name)); }
-    template <typename Sender, typename Signal>
-    void logTo(Sender* sender, Signal signal)
+    template <typename Sender, typename Signal> void logTo(Sender* sender, Signal signal)
     {
         QObject::connect(sender, signal, [this](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
     }
@@ -171,8 +170,9 @@ int cmdInstall(Context& c)
     const QString package = c.args.value(0);
     PackageInstaller installer(c.files);
     c.logTo(&installer, &PackageInstaller::logLine);
-    QObject::connect(&installer, &PackageInstaller::fileInstalled,
-                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    QObject::connect(&installer, &PackageInstaller::fileInstalled, [&c](const QString& path) {
+        c.out << path << '\n' << Qt::flush;
+    });
     switch (installer.install(package)) {
     case PackageInstaller::Installed:
         return kExitOk;
@@ -196,8 +196,9 @@ int cmdSync(Context& c)
     const QString source = QDir(c.args.value(0)).absolutePath();
     Synchronizer sync(c.files);
     c.logTo(&sync, &Synchronizer::logLine);
-    QObject::connect(&sync, &Synchronizer::fileUploaded,
-                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    QObject::connect(&sync, &Synchronizer::fileUploaded, [&c](const QString& path) {
+        c.out << path << '\n' << Qt::flush;
+    });
     Synchronizer::Options options;
     options.missing = !c.option("no-missing");
     options.dryRun = c.option("dry-run");
@@ -216,8 +217,9 @@ int cmdBackup(Context& c)
     }
     BoardBackup backup(c.files);
     c.logTo(&backup, &BoardBackup::logLine);
-    QObject::connect(&backup, &BoardBackup::fileSaved,
-                     [&c](const QString& path) { c.out << path << '\n' << Qt::flush; });
+    QObject::connect(&backup, &BoardBackup::fileSaved, [&c](const QString& path) {
+        c.out << path << '\n' << Qt::flush;
+    });
     if (c.terminal)
         QObject::connect(&backup, &BoardBackup::progress, [&c](int done, int total, qint64 bytes) {
             c.err << QStringLiteral("\r%1 of %2 files, %3 bytes").arg(done).arg(total).arg(bytes)

@@ -16,6 +16,24 @@
 
 namespace {
 constexpr qint64 kZipReadStep = 64 * 1024;
+constexpr int kEndRecordSize = 22; // ZIP end of central directory, without its comment
+
+// minizip cannot open a ZIP without entries (its end record sits at offset 0),
+// yet such an archive is a valid, empty package.
+bool readEmptyZip(const QString& path, QString* comment)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly) || file.size() < kEndRecordSize || file.size() > kEndRecordSize + 0xFFFF)
+        return false;
+    const QByteArray data = file.readAll();
+    const auto u16 = [&data](int at) {
+        return static_cast<int>(static_cast<uchar>(data[at]) | static_cast<uchar>(data[at + 1]) << 8);
+    };
+    if (!data.startsWith(QByteArrayLiteral("PK\x05\x06")) || u16(10) != 0 || u16(20) != data.size() - kEndRecordSize)
+        return false;
+    *comment = QString::fromLocal8Bit(data.mid(kEndRecordSize));
+    return true;
+}
 } // namespace
 
 PackageInstaller::PackageInstaller(BoardFiles& files, QObject* parent) : QObject(parent), m_files(files) {}
@@ -105,8 +123,15 @@ PackageInstaller::Result PackageInstaller::package_upload_core(const QString& pa
     const BoardBusy hold(m_files);
     m_zip = std::make_unique<QuaZip>(path);
     if (!m_zip->open(QuaZip::mdUnzip)) {
-        log(tr("Invalid package %1 - maybe not an upack?").arg(path));
         m_zip.reset();
+        QString comment;
+        if (readEmptyZip(path, &comment)) {
+            log(tr("Loading upack for %1").arg(comment));
+            log(tr("UPack uploaded!"));
+            refresh();
+            return Installed;
+        }
+        log(tr("Invalid package %1 - maybe not an upack?").arg(path));
         return Failed;
     }
     log(tr("Loading upack for %1").arg(m_zip->getComment()));
@@ -130,30 +155,8 @@ PackageInstaller::Result PackageInstaller::package_upload_core(const QString& pa
             log(tr("UPack is broken (cannot get %1). Abort").arg(name));
             return stop(Failed);
         }
-        QuaZipFileInfo64 info;
-        if (m_zip->getCurrentFileInfo(&info) && entryTooLarge(name, info.uncompressedSize))
-            return stop(Failed);
-        QuaZipFile entry(m_zip.get());
-        if (!entry.open(QIODevice::ReadOnly)) {
-            log(tr("UPack is broken (cannot read %1). Abort").arg(name));
-            return stop(Failed);
-        }
-        // Read it whole before sending: a partial file must never replace a
-        // good one on the board. The size claimed by the archive is not trusted.
         QByteArray data;
-        while (data.size() <= static_cast<int>(kMaxEntrySize)) {
-            const QByteArray part = entry.read(kZipReadStep);
-            if (part.isEmpty())
-                break;
-            data += part;
-        }
-        const bool readFailed = entry.getZipError() != UNZ_OK;
-        entry.close();
-        if (readFailed || entry.getZipError() != UNZ_OK || static_cast<quint64>(data.size()) != info.uncompressedSize) {
-            log(tr("UPack is broken (cannot read %1). Abort").arg(name));
-            return stop(Failed);
-        }
-        if (entryTooLarge(name, static_cast<quint64>(data.size())))
+        if (!readZipEntry(name, &data))
             return stop(Failed);
         log(tr("Uploading %1 from upack").arg(name));
         const QString target = name.startsWith(QLatin1Char('/')) ? name : QLatin1Char('/') + name;
@@ -164,6 +167,33 @@ PackageInstaller::Result PackageInstaller::package_upload_core(const QString& pa
     stop(Installed);
     refresh();
     return Installed;
+}
+
+bool PackageInstaller::readZipEntry(const QString& name, QByteArray* data)
+{
+    QuaZipFileInfo64 info;
+    if (m_zip->getCurrentFileInfo(&info) && entryTooLarge(name, info.uncompressedSize))
+        return false;
+    QuaZipFile entry(m_zip.get());
+    if (!entry.open(QIODevice::ReadOnly)) {
+        log(tr("UPack is broken (cannot read %1). Abort").arg(name));
+        return false;
+    }
+    // Read it whole before sending: a partial file must never replace a good
+    // one on the board. The size the archive claims is not trusted.
+    while (data->size() <= static_cast<int>(kMaxEntrySize)) {
+        const QByteArray part = entry.read(kZipReadStep);
+        if (part.isEmpty())
+            break;
+        *data += part;
+    }
+    const bool readFailed = entry.getZipError() != UNZ_OK;
+    entry.close();
+    if (readFailed || entry.getZipError() != UNZ_OK || static_cast<quint64>(data->size()) != info.uncompressedSize) {
+        log(tr("UPack is broken (cannot read %1). Abort").arg(name));
+        return false;
+    }
+    return !entryTooLarge(name, static_cast<quint64>(data->size()));
 }
 
 // ---- .ufw ----
@@ -235,7 +265,9 @@ PackageInstaller::Result PackageInstaller::ufw_upload_core(const QString& path)
         const uint64_t padded =
             (static_cast<uint64_t>(header.size) + kMtarRecordSize - 1) / kMtarRecordSize * kMtarRecordSize;
         m_tar->remaining_data = 0;
-        mtar_seek(m_tar.get(), pos + kMtarRecordSize + padded);
+        err = mtar_seek(m_tar.get(), pos + kMtarRecordSize + padded);
+        if (err != MTAR_ESUCCESS)
+            break;
     }
     // The end of the archive is an all-zero record or the end of the file;
     // anything else is a corrupt header, which ends the install all the same.

@@ -51,6 +51,7 @@ private:
     Result stop(Result result);
     bool mkdir(const QString& path);
     bool uploadEntry(const QByteArray& data, const QString& target);
+    bool readZipEntry(const QString& name, QByteArray* data);
     bool readTarData(const mtar_header_t& header, QByteArray* data);
     void refresh();
     void log(const QString& text) { emit logLine(text); }

@@ -15,7 +15,8 @@ BoardBackup::BoardBackup(BoardFiles& files, QObject* parent) : QObject(parent), 
 bool BoardBackup::isUnsafeName(const QString& name)
 {
     return name.isEmpty() || name == QLatin1String(".") || name == QLatin1String("..") ||
-           name.contains(QLatin1Char('/')) || name.contains(QChar(0)) || name.contains(QChar(QChar::ReplacementCharacter));
+           name.contains(QLatin1Char('/')) || name.contains(QChar(0)) ||
+           name.contains(QChar(QChar::ReplacementCharacter));
 }
 
 bool BoardBackup::walk(const QString& boardDir, const QString& relative, const QString& localDir, QList<Entry>* files)
