@@ -37,6 +37,12 @@ QStringList Synchronizer::collectSyncFiles(const QString& root, const QString& s
     return files;
 }
 
+QString Synchronizer::abortText() const
+{
+    return m_files.link().isOpen() ? tr("Synchronization aborted - file upload failure")
+                                   : tr("Synchronization aborted: the MC is disconnected");
+}
+
 bool Synchronizer::sync_core(const QString& source, const QStringList& files, bool missing)
 {
     MCDirModel* model = m_files.model();
@@ -65,7 +71,8 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     for (const QString& f : files) {
         const QByteArray reply = m_files.mc_file_hash(destination + f);
         if (reply.isEmpty()) {
-            log(tr("Syncronization aborted: hash computation failure"));
+            log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
+                                        : tr("Synchronization aborted: the MC is disconnected"));
             return false;
         }
         if (reply.startsWith("err")) {
@@ -105,13 +112,13 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         const QString folder = target.left(target.lastIndexOf(QLatin1Char('/')));
         if (options.createDirs && !created.contains(folder)) {
             if (!m_files.mc_mkdir(folder)) {
-                log(tr("Synchronization aborted - file upload failure"));
+                log(abortText());
                 return false;
             }
             created << folder;
         }
         if (!m_files.upload(source + QLatin1Char('/') + f, target)) {
-            log(tr("Synchronization aborted - file upload failure"));
+            log(abortText());
             return false;
         }
         emit fileUploaded(f);

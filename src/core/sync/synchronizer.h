@@ -37,5 +37,6 @@ signals:
 
 private:
     void log(const QString& text) { emit logLine(text); }
+    QString abortText() const;
     BoardFiles& m_files;
 };
