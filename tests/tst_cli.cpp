@@ -2,6 +2,7 @@
 #include "virtualboard.h"
 
 #include <QCryptographicHash>
+#include <QDirIterator>
 #include <QProcess>
 #include <QtTest>
 
@@ -42,7 +43,8 @@ private slots:
         const Run help = cli({"--help"});
         QCOMPARE(help.code, 0);
         for (const char* command : {"info", "ls DIR", "get BOARD_PATH", "put LOCAL_PATH", "rm BOARD_PATH", "rmdir",
-                                    "mkdir", "hash", "exec LOCAL_SCRIPT"})
+                                    "mkdir", "hash", "exec LOCAL_SCRIPT", "install PACKAGE", "sync LOCAL_DIR BOARD_DIR",
+                                    "--dry-run", "backup BOARD_DIR LOCAL_DIR", "--force"})
             QVERIFY2(help.out.contains(command), command);
         QCOMPARE(cli({"--port", m_dir.filePath("no-such-device"), "info"}).code, 1);
     }
@@ -92,7 +94,162 @@ private slots:
         QVERIFY(QFileInfo(board.dump() + "/data").isDir());
         QVERIFY(!QFileInfo::exists(board.dump() + "/data/sub"));
     }
+
+    void installAndSync();
+    void backupAndRestore_data();
+    void backupAndRestore();
+    void backupFaults();
 };
+
+namespace {
+// Every file under dir, relative path -> contents.
+QMap<QString, QByteArray> files(const QString& dir)
+{
+    QMap<QString, QByteArray> found;
+    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        QFile f(it.next());
+        if (f.open(QIODevice::ReadOnly))
+            found.insert(QDir(dir).relativeFilePath(f.fileName()), f.readAll());
+    }
+    return found;
+}
+
+QMap<QString, QByteArray> seedFiles()
+{
+    QByteArray big(100 * 1024, Qt::Uninitialized);
+    for (int i = 0; i < big.size(); ++i)
+        big[i] = static_cast<char>((i * 7919) >> 3);
+    return {{"main.py", "print('main')\n"},
+            {"lib/deep/x.py", "x = 1\n"},
+            {"lib/it's.py", "quote\n"},
+            {"my file.txt", "space\n"},
+            {QString::fromUtf8("\xd0\xbf\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82.txt"), "non-ascii\n"},
+            {"zero.txt", ""},
+            {"data/big.bin", big}};
+}
+} // namespace
+
+void TestCli::installAndSync()
+{
+    VirtualBoard board(QStringLiteral("esp32"));
+    QVERIFY(board.isRunning());
+    const QStringList port{"--port", board.path(), "--type", "esp32"};
+    const QString ufw = m_dir.filePath("fw.ufw");
+    const QString corrupt = m_dir.filePath("corrupt.ufw");
+    QCOMPARE(QProcess::execute(
+                 "python3", {"-c",
+                             "import tarfile, io, sys\n"
+                             "def make(path, names):\n"
+                             " with tarfile.open(path, 'w', format=tarfile.PAX_FORMAT, pax_headers={'board': 'esp32', "
+                             "'mod': 'x'}) as t:\n"
+                             "  for n in names:\n"
+                             "   i = tarfile.TarInfo(n); i.size = len(n); t.addfile(i, io.BytesIO(n.encode()))\n"
+                             "make(sys.argv[1], ['/fw/a.py', '/fw/b.py'])\n"
+                             "make(sys.argv[2], ['/c/1.py', '/c/2.py'])\n"
+                             "d = bytearray(open(sys.argv[2], 'rb').read()); d[2048] ^= 1\n"
+                             "open(sys.argv[2], 'wb').write(d)\n",
+                             ufw, corrupt}),
+             0);
+    Run r = cli(port + QStringList{"install", ufw});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QByteArray("/fw/a.py\n/fw/b.py\n"));
+    QVERIFY(r.err.contains("UFW firmware package is for esp32/x ()"));
+    r = cli(port + QStringList{"install", corrupt});
+    QCOMPARE(r.code, 1);
+    QCOMPARE(r.out, QByteArray("/c/1.py\n"));
+    QCOMPARE(cli(port + QStringList{"install", m_dir.filePath("x.zip")}).code, 2);
+
+    // A nested project onto a board that has none of its folders.
+    QTemporaryDir project;
+    const QMap<QString, QByteArray> tree{{"main.py", "main"}, {"lib/util.py", "util"}, {"lib/drivers/bme.py", "bme"}};
+    for (auto it = tree.cbegin(); it != tree.cend(); ++it) {
+        QDir().mkpath(QFileInfo(project.filePath(it.key())).path());
+        QFile f(project.filePath(it.key()));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write(it.value());
+    }
+    const QByteArray expected("lib/drivers/bme.py\nlib/util.py\nmain.py\n");
+    r = cli(port + QStringList{"sync", project.path(), "/app", "--dry-run"});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, expected);
+    QVERIFY(!QFileInfo::exists(board.dump() + "/app"));
+    r = cli(port + QStringList{"sync", project.path(), "/app"});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, expected);
+    QCOMPARE(files(board.dump() + "/app"), tree);
+    r = cli(port + QStringList{"sync", project.path(), "/app"});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, QByteArray());
+    QCOMPARE(cli(port + QStringList{"sync", m_dir.filePath("nowhere"), "/app"}).code, 2);
+}
+
+void TestCli::backupAndRestore_data()
+{
+    QTest::addColumn<QString>("flavour");
+    QTest::addColumn<QString>("root");
+    QTest::newRow("stm32") << "stm32"
+                           << "/flash";
+    QTest::newRow("esp32") << "esp32"
+                           << "/";
+}
+
+void TestCli::backupAndRestore()
+{
+    QFETCH(QString, flavour);
+    QFETCH(QString, root);
+    QMap<QString, QByteArray> seed = seedFiles();
+    seed.insert("empty/", {});
+    VirtualBoard board(flavour, {}, seed);
+    QVERIFY(board.isRunning());
+    seed.remove("empty/");
+    QTemporaryDir out;
+    const QString local = out.filePath("backup");
+    Run r = cli({"--port", board.path(), "--type", flavour, "backup", root, local});
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(files(local), seed);
+    QVERIFY(QFileInfo(local + "/empty").isDir());
+    QCOMPARE(r.out.count('\n'), seed.size());
+    QVERIFY(r.out.contains("lib/it's.py\n"));
+
+    // Not into a folder that holds files, unless asked to.
+    QCOMPARE(cli({"--port", board.path(), "--type", flavour, "backup", root, local}).code, 1);
+    QCOMPARE(cli({"--port", board.path(), "--type", flavour, "backup", root, local, "--force"}).code, 0);
+
+    // Restoring is a sync into a fresh board.
+    VirtualBoard fresh(flavour);
+    QVERIFY(fresh.isRunning());
+    r = cli({"--port", fresh.path(), "--type", flavour, "sync", local, root});
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(files(fresh.dump()), seed);
+}
+
+void TestCli::backupFaults()
+{
+    QMap<QString, QByteArray> seed = seedFiles();
+    // One flipped byte in the big file's download: retried, and all is saved.
+    {
+        VirtualBoard board("esp32", {"--arm-on", "_download('/data/big.bin')", "--flip-tx", "5000"}, seed);
+        QTemporaryDir out;
+        const Run r = cli({"--port", board.path(), "--type", "esp32", "backup", "/", out.path()});
+        QVERIFY2(r.code == 0, r.err.constData());
+        QVERIFY(r.err.contains("Retrying /data/big.bin"));
+        QCOMPARE(files(out.path()), seed);
+    }
+    // The board drops during the big file: exit 1, nothing half-written.
+    {
+        VirtualBoard board("esp32", {"--arm-on", "_download('/data/big.bin')", "--drop-tx", "20000"}, seed);
+        QTemporaryDir out;
+        const Run r = cli({"--port", board.path(), "--type", "esp32", "backup", "/", out.path()});
+        QCOMPARE(r.code, 1);
+        const QMap<QString, QByteArray> saved = files(out.path());
+        QVERIFY(!saved.contains("data/big.bin"));
+        for (auto it = saved.cbegin(); it != saved.cend(); ++it) {
+            QVERIFY2(!it.key().endsWith(".pelkam-part"), qPrintable(it.key()));
+            QCOMPARE(it.value(), seed.value(it.key()));
+        }
+    }
+}
 
 QTEST_GUILESS_MAIN(TestCli)
 #include "tst_cli.moc"
