@@ -3,13 +3,19 @@
 #include "pelkamwindow.h"
 
 #include <QAction>
+#include <QApplication>
+#include <QCheckBox>
 #include <QComboBox>
+#include <QDialog>
+#include <QFileSystemModel>
+#include <QLineEdit>
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QTabWidget>
 #include <QTextBrowser>
 #include <QToolBar>
 #include <QToolButton>
+#include <QTreeView>
 #include <QtTest>
 
 class TestMainWindow : public QObject {
@@ -296,6 +302,70 @@ private slots:
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/lib/"));
         w.on_mcFileList_doubleClicked(w.mcModel().index(0, 0));
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
+
+        // A real double click on a PC file uploads it into the listed folder.
+        QTemporaryDir pc;
+        QFile hello(pc.filePath(QStringLiteral("hello.py")));
+        QVERIFY(hello.open(QIODevice::WriteOnly));
+        hello.write("print('hello')\n");
+        hello.close();
+        w.setupLocalDir(pc.path());
+        auto* pcList = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
+        auto* pcModel = qobject_cast<QFileSystemModel*>(pcList->model());
+        QVERIFY(waitFor(
+            [&] { return pcModel->index(hello.fileName()).isValid() && pcModel->rowCount(pcList->rootIndex()) == 1; }));
+        const QRect cell = pcList->visualRect(pcModel->index(hello.fileName()));
+        QTest::mouseClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
+        QTest::mouseDClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
+        QVERIFY(waitFor([&] { return w.mcModel().fileExists(QStringLiteral("hello.py")); }, 20000));
+        s.board.dump();
+        QCOMPARE(s.board.readFile(QStringLiteral("hello.py")), QByteArray("print('hello')\n"));
+        QVERIFY(w.action(QStringLiteral("actionUpload"))->isEnabled());
+
+        // Sync through its dialog: the file is now identical.
+        bool dialogSeen = false;
+        QTimer::singleShot(200, &w, [&] {
+            auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            QVERIFY(dialog);
+            QCOMPARE(dialog->objectName(), QStringLiteral("SyncConfigurationDialog"));
+            QCOMPARE(dialog->windowTitle(), QStringLiteral("Synchronization"));
+            QCOMPARE(dialog->findChild<QLineEdit*>(QStringLiteral("srcEdit"))->text(), pc.path());
+            QCOMPARE(dialog->findChild<QLineEdit*>(QStringLiteral("destEdit"))->text(), QStringLiteral("/flash/"));
+            QVERIFY(dialog->findChild<QCheckBox*>(QStringLiteral("recursiveCheck"))->isChecked());
+            dialog->findChild<QCheckBox*>(QStringLiteral("missingCheck"))->setChecked(false);
+            dialogSeen = true;
+            dialog->accept();
+        });
+        w.action(QStringLiteral("actionSync"))->trigger();
+        QVERIFY(dialogSeen);
+        QVERIFY(log->toPlainText().contains(QStringLiteral("Skipping hello.py - files are identical")));
+        QCOMPARE(QSettings().value(QStringLiteral("Sync/Missing")).toBool(), false);
+
+        // Upload Package through the file question; New Directory by name.
+        ScriptedPrompter* prompter = script(w);
+        prompter->fileName = m_dir.filePath(QStringLiteral("none.zip"));
+        w.action(QStringLiteral("actionUpload_Package"))->trigger();
+        QVERIFY(
+            prompter->questions.last().startsWith(QStringLiteral("Select package: Zarno pack files (*.upack);; UFW")));
+        QVERIFY(log->toPlainText().endsWith(QStringLiteral("Unsupported package type")));
+        prompter->texts = QStringList{QStringLiteral("made")};
+        w.action(QStringLiteral("actionNew_Directory"))->trigger();
+        QVERIFY(w.mcModel().dirExists(QStringLiteral("made")));
+
+        // The two context menus: three entries each, with their data values.
+        QStringList entries;
+        for (QMenu* menu : w.findChildren<QMenu*>()) {
+            if (menu->parent() != &w || menu->title().size())
+                continue;
+            for (QAction* a : menu->actions()) {
+                QVERIFY(!a->icon().isNull());
+                entries << a->text() + QLatin1Char('=') + a->data().toString();
+            }
+        }
+        entries.sort();
+        QCOMPARE(entries,
+                 QStringList({"Download=1", "Edit=0", "Remove=2", "Run on the MC=0", "Synchronize=2", "Upload=1"}));
+
         w.on_actionConnect_triggered(); // disconnects
         QVERIFY(!w.link().isOpen());
         QCOMPARE(w.mcModel().rowCount(), 0);
