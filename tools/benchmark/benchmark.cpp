@@ -1,7 +1,13 @@
-// Measures transfer speed, small-operation latency and memory against the
-// virtual board, paced at 115200 baud and unpaced, and prints the figures.
-//   pelkam-benchmark [--write FILE]   (FILE gets a Markdown report)
+// Measures transfers, synchronisation and package installs against the
+// virtual board and prints the figures, each also as "figure NAME VALUE UNIT".
+//   pelkam-benchmark [--only transfer|sync|packages] [--write FILE]
+// FILE gets a Markdown report; a "## Fuzzing" section already in it is kept.
 #include "boardsession.h"
+#include "packages/packageinstaller.h"
+#include "sync/synchronizer.h"
+
+#include <QDir>
+#include <QProcess>
 
 #include <QCoreApplication>
 #include <QDate>
@@ -55,6 +61,118 @@ double seconds(const QElapsedTimer& t)
     return t.nsecsElapsed() / 1e9;
 }
 
+struct Figure {
+    QString group;
+    QString name;
+    double value;
+    int precision;
+    QString unit;
+    QString meaning;
+};
+QList<Figure> g_figures;
+
+void figure(QTextStream& out, const QString& group, const QString& name, double value, int precision,
+            const QString& unit, const QString& meaning)
+{
+    g_figures.append({group, name, value, precision, unit, meaning});
+    out << "figure " << name << ' ' << QString::number(value, 'f', precision) << ' ' << unit << '\n';
+    out.flush();
+}
+
+// The fixed waits of one upload: 300 ms before the data, 400 ms before the checksum.
+constexpr double kUploadFixedWaits = 0.3 + 0.4;
+const QStringList kPaced{QStringLiteral("--baud"), QString::number(kBaud)};
+
+void writeProject(const QString& root, int files, int changed)
+{
+    for (int i = 0; i < files; ++i) {
+        const QString rel = QStringLiteral("pkg%1/module%2.py").arg(i % 5).arg(i, 2, 10, QLatin1Char('0'));
+        QDir().mkpath(QFileInfo(root + QLatin1Char('/') + rel).path());
+        QFile f(root + QLatin1Char('/') + rel);
+        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+        QByteArray line = QStringLiteral("value_%1 = %2  # generated\n").arg(i).arg(i < changed ? 2 : 1).toLatin1();
+        f.write(line.repeated(2000 / line.size() + i * 1000 / files / line.size() + 1));
+    }
+}
+
+void measureSync(const QTemporaryDir& dir, QTextStream& out)
+{
+    constexpr int kFiles = 50;
+    constexpr int kChanged = 5;
+    BoardSession s(QStringLiteral("stm32"), kPaced);
+    if (!s.open()) {
+        out << "sync: the board did not answer\n";
+        return;
+    }
+    Synchronizer sync(s.files);
+    QObject::connect(&sync, &Synchronizer::logLine, [&s](const QString& l) { s.log << l; });
+    Synchronizer::Options options;
+    options.createDirs = true;
+    const QString root = dir.filePath(QStringLiteral("project"));
+    writeProject(root, kFiles, 0);
+    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), true);
+    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
+    QElapsedTimer t;
+    t.start();
+    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
+    const double unchanged = seconds(t);
+    writeProject(root, kFiles, kChanged);
+    t.restart();
+    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
+    const double changed = seconds(t);
+    if (qEnvironmentVariableIsSet("PELKAM_BENCHMARK_LOG"))
+        out << s.log.join(QLatin1Char('\n')) << '\n';
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_total"), unchanged, 2, QStringLiteral("s"),
+           QStringLiteral("sync of a 50-file project (2-3 kB files), nothing changed, 115200 baud"));
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_per_file"), unchanged * 1000 / kFiles, 1,
+           QStringLiteral("ms"), QStringLiteral("the same, per unchanged file (goal: at most 30 ms)"));
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_5_changed_total"), changed, 2, QStringLiteral("s"),
+           QStringLiteral("sync of the same project with 5 files changed, 115200 baud"));
+}
+
+void measurePackages(const QTemporaryDir& dir, QTextStream& out)
+{
+    constexpr int kEntries = 20;
+    const QString package = dir.filePath(QStringLiteral("bench.ufw"));
+    QProcess python;
+    python.start(QStringLiteral("python3"),
+                 {QStringLiteral("-c"),
+                  QStringLiteral("import tarfile, io, random, sys\nrandom.seed(7)\n"
+                                 "with tarfile.open(sys.argv[1], 'w', format=tarfile.PAX_FORMAT, "
+                                 "pax_headers={'board': 'pyboard', 'mod': 'bench'}) as t:\n"
+                                 " for i in range(%1):\n"
+                                 "  d = bytes(random.getrandbits(8) for _ in range(5000))\n"
+                                 "  n = tarfile.TarInfo('/flash/app/lib%02d/f%d.bin' % (i % 4, i)); n.size = len(d)\n"
+                                 "  t.addfile(n, io.BytesIO(d))\n")
+                      .arg(kEntries),
+                  package});
+    python.waitForFinished(60000);
+    BoardSession s(QStringLiteral("stm32"), kPaced);
+    if (python.exitCode() != 0 || !s.open()) {
+        out << "packages: no package or no board\n";
+        return;
+    }
+    PackageInstaller installer(s.files);
+    QObject::connect(&installer, &PackageInstaller::logLine, [&s](const QString& l) { s.log << l; });
+    qint64 bytes = 0;
+    QObject::connect(&installer, &PackageInstaller::fileInstalled, [&](const QString&) { bytes += 5000; });
+    QElapsedTimer t;
+    t.start();
+    const bool ok = installer.install(package) == PackageInstaller::Installed;
+    const double total = seconds(t);
+    if (!ok) {
+        out << "packages: the install failed\n" << s.log.join(QLatin1Char('\n')) << '\n';
+        return;
+    }
+    figure(out, QStringLiteral("packages"), QStringLiteral("ufw_install_total"), total, 2, QStringLiteral("s"),
+           QStringLiteral("install of a 20-file .ufw (100 kB of files), 115200 baud"));
+    figure(out, QStringLiteral("packages"), QStringLiteral("ufw_install_rate"), bytes / total, 0, QStringLiteral("B/s"),
+           QStringLiteral("file bytes per second of that install"));
+    figure(out, QStringLiteral("packages"), QStringLiteral("ufw_install_fixed_wait_share"),
+           100.0 * kEntries * kUploadFixedWaits / total, 1, QStringLiteral("%"),
+           QStringLiteral("share of that time in the uploads' fixed waits (300 + 400 ms a file)"));
+}
+
 Figures measure(const QString& label, const QStringList& args, const QTemporaryDir& dir, QTextStream& out)
 {
     Figures f;
@@ -95,6 +213,27 @@ Figures measure(const QString& label, const QStringList& args, const QTemporaryD
     s.files.updateMcDir(QStringLiteral("/flash"));
     f.listing = seconds(t);
 
+    const QString key = args.isEmpty() ? QStringLiteral("unpaced") : QStringLiteral("paced");
+    const QString where = args.isEmpty() ? QStringLiteral("unpaced") : QStringLiteral("115200 baud");
+    const QString group = QStringLiteral("transfer");
+    figure(out, group, QStringLiteral("upload_%1").arg(key), f.upload, 0, QStringLiteral("B/s"),
+           QStringLiteral("upload of 200 kB, %1").arg(where));
+    figure(out, group, QStringLiteral("download_%1").arg(key), f.download, 0, QStringLiteral("B/s"),
+           QStringLiteral("download of 200 kB, %1").arg(where));
+    if (!args.isEmpty()) {
+        figure(out, group, QStringLiteral("upload_share_of_ceiling"), 100 * f.upload / kCeiling, 1, QStringLiteral("%"),
+               QStringLiteral("upload, share of the 8640 B/s line ceiling"));
+        figure(out, group, QStringLiteral("download_share_of_ceiling"), 100 * f.download / kCeiling, 1,
+               QStringLiteral("%"), QStringLiteral("download, share of the ceiling"));
+    }
+    figure(out, group, QStringLiteral("small_upload_%1").arg(key), f.smallUpload, 3, QStringLiteral("s"),
+           QStringLiteral("one 100-byte upload, %1").arg(where));
+    figure(out, group, QStringLiteral("small_download_%1").arg(key), f.smallDownload, 3, QStringLiteral("s"),
+           QStringLiteral("one 100-byte download, %1").arg(where));
+    figure(out, group, QStringLiteral("listing_%1").arg(key), f.listing, 3, QStringLiteral("s"),
+           QStringLiteral("one listing, %1").arg(where));
+    figure(out, group, QStringLiteral("own_time_per_chunk_%1").arg(key), f.perChunkMs, 2, QStringLiteral("ms"),
+           QStringLiteral("the program's own time per upload chunk, %1").arg(where));
     out << QStringLiteral("%1: upload %2 B/s (%3% of the %4 B/s ceiling), download %5 B/s (%6%)\n")
                .arg(label)
                .arg(f.upload, 0, 'f', 0)
@@ -111,6 +250,65 @@ Figures measure(const QString& label, const QStringList& args, const QTemporaryD
     out.flush();
     return f;
 }
+
+void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
+{
+    measure(QStringLiteral("115200 baud"), kPaced, dir, out);
+    measure(QStringLiteral("unpaced"), {}, dir, out);
+
+    long before = 0;
+    long after = 0;
+    {
+        BoardSession s(QStringLiteral("stm32"), {QStringLiteral("--heap"), QStringLiteral("1048576")});
+        before = peakRssKb();
+        if (s.open()) {
+            const QString huge = writeFile(dir, QStringLiteral("huge.bin"), kHugeFile);
+            s.files.upload(huge, QStringLiteral("/flash/huge.bin"));
+            after = peakRssKb();
+        }
+    }
+    const double expectedKb = kHugeFile * (1 + 4.0 / 3) / 1024;
+    figure(out, QStringLiteral("transfer"), QStringLiteral("huge_upload_peak_growth"), after - before, 0,
+           QStringLiteral("kB"),
+           QStringLiteral("peak memory growth uploading 10 MB (the file raw and as base64: %1 kB)")
+               .arg(expectedKb, 0, 'f', 0));
+}
+
+void writeReport(const QString& path)
+{
+    QString kept;
+    {
+        QFile old(path);
+        if (old.open(QIODevice::ReadOnly)) {
+            const QString text = QString::fromUtf8(old.readAll());
+            const int at = text.indexOf(QStringLiteral("\n## Fuzzing"));
+            if (at >= 0)
+                kept = text.mid(at);
+        }
+    }
+    QFile report(path);
+    if (!report.open(QIODevice::WriteOnly | QIODevice::Truncate))
+        return;
+    QTextStream md(&report);
+    md << "# Performance\n\n"
+       << "Measured on " << QDate::currentDate().toString(Qt::ISODate)
+       << " on the development machine (2 cores), against the virtual board; rerun with\n\n"
+       << "    build/tools/benchmark/pelkam-benchmark --write docs/PERFORMANCE.md\n\n"
+       << "The ceiling at 115200 baud is the line rate through base64: 115200 / 10 x 3 / 4 = "
+       << QString::number(kCeiling, 'f', 0) << " file bytes per second. Small operations are dominated by\n"
+       << "the fixed waits of the protocol (the drain after every script paste, 300 ms before the data and\n"
+       << "400 ms before the checksum of an upload).\n";
+    QString group;
+    for (const Figure& f : qAsConst(g_figures)) {
+        if (f.group != group) {
+            group = f.group;
+            md << "\n## " << group.at(0).toUpper() << group.mid(1) << "\n\n| figure | name | value |\n|---|---|---|\n";
+        }
+        md << "| " << f.meaning << " | `" << f.name << "` | " << QString::number(f.value, 'f', f.precision) << ' '
+           << f.unit << " |\n";
+    }
+    md << kept;
+}
 } // namespace
 
 int main(int argc, char* argv[])
@@ -120,65 +318,23 @@ int main(int argc, char* argv[])
     isolateSettings(settingsDir);
     const QStringList args = app.arguments();
     const int write = args.indexOf(QStringLiteral("--write"));
+    const int only = args.indexOf(QStringLiteral("--only"));
+    const QString group = only >= 0 ? args.value(only + 1) : QString();
+    const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"), QStringLiteral("packages")};
+    if (only >= 0 && !groups.contains(group)) {
+        QTextStream(stderr) << "pelkam-benchmark: --only takes one of " << groups.join(QStringLiteral(", ")) << '\n';
+        return 2;
+    }
     QTemporaryDir dir;
     QTextStream out(stdout);
-
-    const Figures paced =
-        measure(QStringLiteral("115200 baud"), {QStringLiteral("--baud"), QString::number(kBaud)}, dir, out);
-    const Figures unpaced = measure(QStringLiteral("unpaced"), {}, dir, out);
-
-    long before = 0;
-    long after = 0;
-    double hugeSeconds = 0;
-    {
-        BoardSession s(QStringLiteral("stm32"), {QStringLiteral("--heap"), QStringLiteral("1048576")});
-        before = peakRssKb();
-        if (s.open()) {
-            const QString huge = writeFile(dir, QStringLiteral("huge.bin"), kHugeFile);
-            QElapsedTimer t;
-            t.start();
-            s.files.upload(huge, QStringLiteral("/flash/huge.bin"));
-            hugeSeconds = seconds(t);
-            after = peakRssKb();
-        }
-    }
-    const double expectedKb = kHugeFile * (1 + 4.0 / 3) / 1024;
-    out << QStringLiteral(
-               "10 MB upload (unpaced, %1 s): peak memory grew by %2 kB; the file raw and in base64 is %3 kB\n")
-               .arg(hugeSeconds, 0, 'f', 1)
-               .arg(after - before)
-               .arg(expectedKb, 0, 'f', 0);
-    out.flush();
-
-    if (write >= 0 && write + 1 < args.size()) {
-        QFile report(args.at(write + 1));
-        if (!report.open(QIODevice::WriteOnly | QIODevice::Truncate))
-            return 1;
-        QTextStream md(&report);
-        md << "# Performance\n\n"
-           << "Measured on " << QDate::currentDate().toString(Qt::ISODate)
-           << " on the development machine (2 cores), against the virtual board; rerun with\n\n"
-           << "    build/tools/benchmark/pelkam-benchmark --write docs/PERFORMANCE.md\n\n"
-           << "The ceiling at 115200 baud is the line rate through base64: 115200 / 10 x 3 / 4 = "
-           << QString::number(kCeiling, 'f', 0) << " file bytes per second.\n\n"
-           << "| figure | 115200 baud | unpaced |\n|---|---|---|\n";
-        auto row = [&](const char* name, double a, double b, int precision, const char* unit) {
-            md << "| " << name << " | " << QString::number(a, 'f', precision) << unit << " | "
-               << QString::number(b, 'f', precision) << unit << " |\n";
-        };
-        row("upload of 200 kB", paced.upload, unpaced.upload, 0, " B/s");
-        row("download of 200 kB", paced.download, unpaced.download, 0, " B/s");
-        md << "| upload, share of the ceiling | " << QString::number(100 * paced.upload / kCeiling, 'f', 1)
-           << "% | |\n| download, share of the ceiling | " << QString::number(100 * paced.download / kCeiling, 'f', 1)
-           << "% | |\n";
-        row("one 100-byte upload", paced.smallUpload, unpaced.smallUpload, 3, " s");
-        row("one 100-byte download", paced.smallDownload, unpaced.smallDownload, 3, " s");
-        row("one listing", paced.listing, unpaced.listing, 3, " s");
-        row("own time per upload chunk", paced.perChunkMs, unpaced.perChunkMs, 2, " ms");
-        md << "\nPeak memory (VmHWM) while writing and uploading a 10 MB file grew by " << (after - before)
-           << " kB; the file held raw and as base64 is " << QString::number(expectedKb, 'f', 0) << " kB.\n\n"
-           << "Small operations are dominated by the fixed waits of the protocol (the drain after every\n"
-           << "script paste, 300 ms before the data and 400 ms before the checksum of an upload).\n";
-    }
+    const auto wanted = [&group](const char* name) { return group.isEmpty() || group == QLatin1String(name); };
+    if (wanted("transfer"))
+        measureTransfers(dir, out);
+    if (wanted("sync"))
+        measureSync(dir, out);
+    if (wanted("packages"))
+        measurePackages(dir, out);
+    if (write >= 0 && write + 1 < args.size())
+        writeReport(args.at(write + 1));
     return 0;
 }

@@ -210,12 +210,16 @@ void BoardLink::drainQueue()
     // keep this going forever: stop after a while, the rest comes later.
     QElapsedTimer timer;
     timer.start();
+    // Ends only after a whole step without data: a half line left in the
+    // buffer means the board is still talking.
+    quint64 before = 0;
     do {
         processQueue();
+        before = m_bytesReceived;
         if (!qDelay(kDrainStepMs))
             return;
         io_ready();
-    } while (!m_queue.isEmpty() && m_port.isOpen() && timer.elapsed() < kDrainLimitMs);
+    } while ((m_bytesReceived != before || !m_queue.isEmpty()) && m_port.isOpen() && timer.elapsed() < kDrainLimitMs);
 }
 
 void BoardLink::flushQueue(bool init)
