@@ -41,13 +41,7 @@ struct Workbench {
         s.board.dump();
         return s.board.readFile(rel);
     }
-    QModelIndex row(const QString& name) const
-    {
-        for (int r = 0; r < s.model.rowCount(); ++r)
-            if (s.model.path(s.model.index(r, 0)) == name)
-                return s.model.index(r, 0);
-        return {};
-    }
+    QModelIndex row(const QString& name) const { return s.row(name); }
     void answer(std::initializer_list<Prompter::Answer> answers)
     {
         prompter.answers = answers;

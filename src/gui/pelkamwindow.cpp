@@ -4,6 +4,7 @@
 #include "connectionpopup.h"
 #include "packages/packageinstaller.h"
 #include "qmaterialicon.h"
+#include "remoteedit.h"
 #include "sync/synchronizer.h"
 #include "syncconfigurationdialog.h"
 #include "themedetector.h"
@@ -52,8 +53,10 @@ PelkamWindow::PelkamWindow(QWidget* parent)
       m_workflows(std::make_unique<FileWorkflows>(*m_files, *m_packages, *m_sync)),
       m_prompter(std::make_unique<WidgetPrompter>(this))
 {
+    m_remoteEdit = new RemoteEdit(*m_files, this);
     m_packages->setPrompter(m_prompter.get());
     m_workflows->setPrompter(m_prompter.get());
+    m_remoteEdit->setPrompter(m_prompter.get());
     const bool dark = ThemeDetector::isDarkThemeEnabled();
     QMaterialIcon* icons = QMaterialIcon::instance();
     icons->setBaseColor(dark ? Qt::white : Qt::black);
@@ -95,9 +98,7 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     m_pcMenu->addAction(materialIcon(QStringLiteral("send")), tr("Upload"))->setData(1);
     m_pcMenu->addAction(materialIcon(QStringLiteral("swap_horizontal_circle")), tr("Synchronize"))->setData(2);
     m_mcMenu = new QMenu(this);
-    QAction* editEntry = m_mcMenu->addAction(materialIcon(QStringLiteral("edit")), tr("Edit"));
-    editEntry->setData(0);
-    editEntry->setEnabled(false); // until the code editor lands
+    m_mcMenu->addAction(materialIcon(QStringLiteral("edit")), tr("Edit"))->setData(0);
     m_mcMenu->addAction(materialIcon(QStringLiteral("save")), tr("Download"))->setData(1);
     m_mcMenu->addAction(materialIcon(QStringLiteral("delete")), tr("Remove"))->setData(2);
 
@@ -318,6 +319,8 @@ void PelkamWindow::wireLink()
     connect(m_packages.get(), &PackageInstaller::logLine, this, &PelkamWindow::logAppend);
     connect(m_sync.get(), &Synchronizer::logLine, this, &PelkamWindow::logAppend);
     connect(m_workflows.get(), &FileWorkflows::logLine, this, &PelkamWindow::logAppend);
+    connect(m_remoteEdit, &RemoteEdit::logLine, this, &PelkamWindow::logAppend);
+    connect(&m_link, &BoardLink::connectionLost, m_remoteEdit, &RemoteEdit::connectionClosed);
     connect(m_files.get(), &BoardFiles::fileOpsEnableRequested, this, &PelkamWindow::fileOpsEnable);
     connect(m_files.get(), &BoardFiles::progressStarted, this, [this](int maximum) {
         m_progress->setRange(0, maximum);
@@ -346,6 +349,7 @@ void PelkamWindow::setPrompter(std::unique_ptr<Prompter> prompter)
     m_prompter = std::move(prompter);
     m_packages->setPrompter(m_prompter.get());
     m_workflows->setPrompter(m_prompter.get());
+    m_remoteEdit->setPrompter(m_prompter.get());
 }
 
 void PelkamWindow::fileOpsEnable(bool on)
@@ -385,6 +389,7 @@ void PelkamWindow::setupLocalDir(const QString& path)
     }
     m_pcModel->setRootPath(path);
     m_workflows->setPcRoot(path);
+    m_remoteEdit->setPcRoot(path);
     m_pcFileList->setRootIndex(m_pcModel->index(path));
 }
 
@@ -408,7 +413,7 @@ void PelkamWindow::writeSettings()
 
 void PelkamWindow::closeEvent(QCloseEvent* event)
 {
-    if (m_link.isOpen() && (m_operationInProgress || m_packages->busy()) &&
+    if (m_link.isOpen() && (m_operationInProgress || m_packages->busy() || m_remoteEdit->editing()) &&
         m_prompter->question(tr("Exit"), tr("An MC operation is in progress. Abort and quit?"), Prompter::YesNo) !=
             Prompter::Yes) {
         event->ignore();
@@ -536,7 +541,20 @@ void PelkamWindow::on_pcFolderUpTool_clicked()
 
 void PelkamWindow::on_mcFileList_doubleClicked(const QModelIndex& index)
 {
-    runWorkflow([&] { m_workflows->mcEntryActivated(index, m_mcFileList->currentIndex()); });
+    FileWorkflows::McActivation activation = FileWorkflows::Ignored;
+    runWorkflow([&] { activation = m_workflows->mcEntryActivated(index, m_mcFileList->currentIndex()); });
+    if (activation == FileWorkflows::EditRequested)
+        on_actionEdit_triggered();
+}
+
+void PelkamWindow::on_actionNew_File_triggered()
+{
+    runWorkflow([&] { m_remoteEdit->newFile(); });
+}
+
+void PelkamWindow::on_actionEdit_triggered()
+{
+    runWorkflow([&] { m_remoteEdit->edit(m_mcFileList->currentIndex()); });
 }
 
 void PelkamWindow::on_pcFileList_doubleClicked(const QModelIndex& index)
@@ -635,6 +653,9 @@ void PelkamWindow::mcFileListMenu(const QPoint& pos)
     if (!chosen)
         return;
     switch (chosen->data().toInt()) {
+    case 0:
+        runWorkflow([&] { m_remoteEdit->action_edit_core(index); });
+        break;
     case 1:
         runWorkflow([&] { m_workflows->action_download_core(index); });
         break;

@@ -14,6 +14,7 @@ class BoardFiles;
 class FileWorkflows;
 class PackageInstaller;
 class Prompter;
+class RemoteEdit;
 class Synchronizer;
 class QAction;
 class QFileSystemModel;
@@ -70,6 +71,7 @@ public:
     BoardFiles& files() { return *m_files; }
     PackageInstaller& packages() { return *m_packages; }
     FileWorkflows& workflows() { return *m_workflows; }
+    RemoteEdit& remoteEdit() { return *m_remoteEdit; }
     MCDirModel& mcModel() { return m_mcModel; }
     QAction* action(const QString& objectName) const;
 
@@ -102,6 +104,8 @@ public slots:
     void on_actionNew_Directory_triggered();
     void on_actionSync_triggered();
     void on_actionUpload_Package_triggered();
+    void on_actionNew_File_triggered();
+    void on_actionEdit_triggered();
     void pcFileListMenu(const QPoint& pos);
     void mcFileListMenu(const QPoint& pos);
 
@@ -148,6 +152,7 @@ private:
     std::unique_ptr<PackageInstaller> m_packages;
     std::unique_ptr<Synchronizer> m_sync;
     std::unique_ptr<FileWorkflows> m_workflows;
+    RemoteEdit* m_remoteEdit = nullptr;
     int m_workflowDepth = 0;
     bool m_opsAfterWorkflow = false;
     std::unique_ptr<TarvelUpdater> m_updater;

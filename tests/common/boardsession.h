@@ -62,6 +62,14 @@ struct BoardSession {
             n += line.contains(part) ? 1 : 0;
         return n;
     }
+    // The listing's row of a name, invalid when not listed.
+    QModelIndex row(const QString& name) const
+    {
+        for (int r = 0; r < model.rowCount(); ++r)
+            if (model.path(model.index(r, 0)) == name)
+                return model.index(r, 0);
+        return {};
+    }
     QString root() const { return type == MC_ESP32 ? QStringLiteral("/") : QStringLiteral("/flash/"); }
 
     MC_TYPES type = MC_STM32;

@@ -1,12 +1,36 @@
 // Shows the real main window connected to a virtual board and saves a picture
-// of it: pelkam-screenshot OUTPUT.png (run under Xvfb or the offscreen platform).
+// of it; with a folder as second argument, also pictures of the Sync dialog
+// and of the upload question:
+//   pelkam-screenshot OUTPUT.png [DIALOG_DIR]   (run under Xvfb or offscreen)
 #include "boardsession.h"
+#include "codeeditordialog.h"
+#include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
+#include "remoteedit.h"
+#include "workflows/fileworkflows.h"
 
 #include <QAction>
 #include <QApplication>
+#include <QDir>
+#include <QFileInfo>
 #include <QPixmap>
+#include <QProcess>
 #include <QTemporaryDir>
+#include <QTimer>
+#include <QWidget>
+
+namespace {
+// Saves the dialog that the next modal call opens, then closes it.
+void grabNextDialog(const QString& path)
+{
+    QTimer::singleShot(700, [path] {
+        if (QWidget* dialog = QApplication::activeModalWidget()) {
+            dialog->grab().save(path);
+            dialog->close();
+        }
+    });
+}
+} // namespace
 
 int main(int argc, char* argv[])
 {
@@ -14,9 +38,33 @@ int main(int argc, char* argv[])
     QTemporaryDir settingsDir;
     isolateSettings(settingsDir);
     const QString output = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshot.png");
-    BoardSession s(QStringLiteral("stm32"), {},
-                   {{"main.py", "print('hello')\n"}, {"boot.py", "# boot\n"}, {"lib/", {}}, {"data/", {}}});
-    QSettings().setValue(QStringLiteral("UI/Dir"), VirtualBoard::sourceDir() + QStringLiteral("/resources/data"));
+    const QString dialogs = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
+    BoardSession s(
+        QStringLiteral("stm32"), {},
+        {{"main.py", "import machine, time\n\nled = machine.Pin(2, machine.Pin.OUT)  # on-board LED\n\n"
+                     "def blink(times=3, delay=0.25):\n    \"\"\"Blink the LED.\"\"\"\n    for _ in range(times):\n"
+                     "        led.value(not led.value())\n        time.sleep(delay)\n\nblink()\nprint('hello', 42)\n"},
+         {"boot.py", "# boot\n"},
+         {"lib/", {}},
+         {"data/", {}}});
+    QTemporaryDir pc;
+    QDir(pc.path()).mkpath(QStringLiteral("drivers"));
+    for (const char* name : {"main.py", "config.json", "drivers/bme280.py"}) {
+        QFile f(pc.filePath(QLatin1String(name)));
+        f.open(QIODevice::WriteOnly);
+        f.write("# sample\n");
+    }
+    const QString package = pc.filePath(QStringLiteral("station.ufw"));
+    QProcess::execute(
+        QStringLiteral("python3"),
+        {QStringLiteral("-c"),
+         QStringLiteral("import tarfile, io, sys\nwith tarfile.open(sys.argv[1], 'w', "
+                        "format=tarfile.PAX_FORMAT, pax_headers={'board': 'pyboard', 'mod': 'v1.1', "
+                        "'comment': 'weather station 2.3'}) as t:\n"
+                        " for n in ('/flash/lib/sensors.py', '/flash/lib/radio.py'):\n"
+                        "  i = tarfile.TarInfo(n); i.size = 10; t.addfile(i, io.BytesIO(b'# sensors\\n'))\n"),
+         package});
+    QSettings().setValue(QStringLiteral("UI/Dir"), pc.path());
     PelkamWindow window;
     window.readSettings();
     window.action(QStringLiteral("actionAutomatic_Reconnect"))->setChecked(true);
@@ -25,6 +73,23 @@ int main(int argc, char* argv[])
     settings.name = s.board.path();
     window.connectTo(settings);
     waitFor([&] { return window.mcModel().rowCount() > 0; }, 20000);
+    window.packages().install(package);
     waitFor([] { return false; }, 500);
-    return window.grab().save(output) ? 0 : 1;
+    if (!window.grab().save(output))
+        return 1;
+    if (!dialogs.isEmpty()) {
+        grabNextDialog(dialogs + QStringLiteral("/sync-dialog.png"));
+        window.action(QStringLiteral("actionSync"))->trigger();
+        grabNextDialog(dialogs + QStringLiteral("/upload-question.png"));
+        window.workflows().local_file_upload(QFileInfo(pc.filePath(QStringLiteral("drivers/bme280.py"))));
+        for (int row = 0; row < window.mcModel().rowCount(); ++row)
+            if (window.mcModel().path(window.mcModel().index(row, 0)) == QLatin1String("main.py"))
+                window.remoteEdit().action_edit_core(window.mcModel().index(row, 0));
+        if (CodeEditor* editor = window.remoteEdit().editor()) {
+            waitFor([] { return false; }, 500);
+            editor->grab().save(dialogs + QStringLiteral("/code-editor.png"));
+            editor->reject();
+        }
+    }
+    return 0;
 }
