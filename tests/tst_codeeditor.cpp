@@ -9,6 +9,7 @@
 #include <QPushButton>
 #include <QTextBlock>
 #include <QTextDocument>
+#include <QTimer>
 #include <QtTest>
 
 // The code editor: highlighters on real lines (formats, not pixels), the
@@ -321,19 +322,22 @@ void TestCodeEditor::remoteEditing()
     s.link.connectionClosed();
     QVERIFY(!edit.editing());
 
-    // The board drops while the editor is open: the text can still be saved.
+    // The board drops during "Save && Upload": the text can still be saved.
     s.infoDone = false;
     QVERIFY(s.open());
     edit.edit(row(QStringLiteral("main.py")));
     CodeEditor* open = edit.editor();
     open->editor()->setPlainText(QStringLiteral("keep me\n"));
-    s.link.connectionClosed();
+    auto pull = connect(&s.files, &BoardFiles::progressStarted,
+                        [&] { QTimer::singleShot(50, [&] { s.link.connectionClosed(); }); });
     QTemporaryDir local;
     prompter.fileName = local.filePath(QStringLiteral("main.py"));
     prompter.answers = {Prompter::Yes};
     prompter.questions.clear();
     open->accept();
-    QVERIFY(finished.wait(5000));
+    QVERIFY(finished.wait(20000));
+    disconnect(pull);
+    QVERIFY(!s.link.isOpen());
     QCOMPARE(prompter.questions.first(), QStringLiteral("Edit: The file cannot be uploaded. Save it?"));
     QFile kept(prompter.fileName);
     QVERIFY(kept.open(QIODevice::ReadOnly));

@@ -1,6 +1,9 @@
 #include "boardsession.h"
+#include "codeeditor/qcodeeditor.h"
+#include "codeeditordialog.h"
 #include "connectionpopup.h"
 #include "pelkamwindow.h"
+#include "remoteedit.h"
 
 #include <QAction>
 #include <QApplication>
@@ -12,6 +15,7 @@
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QTabWidget>
+#include <QTableView>
 #include <QTextBrowser>
 #include <QToolBar>
 #include <QToolButton>
@@ -366,8 +370,19 @@ private slots:
         QCOMPARE(entries,
                  QStringList({"Download=1", "Edit=0", "Remove=2", "Run on the MC=0", "Synchronize=2", "Upload=1"}));
 
-        w.on_actionConnect_triggered(); // disconnects
+        // A double click on a board file opens it in the editor.
+        for (int row = 0; row < w.mcModel().rowCount(); ++row)
+            if (w.mcModel().path(w.mcModel().index(row, 0)) == QLatin1String("main.py")) {
+                w.findChild<QTableView*>(QStringLiteral("mcFileList"))->setCurrentIndex(w.mcModel().index(row, 0));
+                w.on_mcFileList_doubleClicked(w.mcModel().index(row, 0));
+            }
+        QVERIFY(w.remoteEdit().editor());
+        QCOMPARE(w.remoteEdit().editor()->editor()->toPlainText(), QStringLiteral("print('hi')\n"));
+        QCOMPARE(w.remoteEdit().editor()->windowTitle(), QStringLiteral("main.py"));
+
+        w.on_actionConnect_triggered(); // disconnects, which ends the edit
         QVERIFY(!w.link().isOpen());
+        QVERIFY(!w.remoteEdit().editing());
         QCOMPARE(w.mcModel().rowCount(), 0);
     }
 };

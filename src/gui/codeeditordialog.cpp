@@ -13,6 +13,7 @@
 #include <QHBoxLayout>
 #include <QPushButton>
 #include <QSettings>
+#include <QTextDocument>
 #include <QVBoxLayout>
 
 static void initEditorResources()
@@ -108,6 +109,10 @@ bool CodeEditor::load(const QString& name, const QByteArray& data)
     }
     m_saveButton->setEnabled(true);
     m_applyButton->setEnabled(true);
+    // Lay the document out once, after the text and its colours are in.
+    QTextDocument* document = m_editor->document();
+    const QSizeF page = document->pageSize();
+    document->setPageSize(QSizeF(0, 0));
     m_editor->setPlainText(QString::fromUtf8(data));
     const EditRules::Type detected = EditRules::detectType(name, m_editor->toPlainText(), data);
     if (detected != EditRules::Other)
@@ -140,6 +145,7 @@ bool CodeEditor::load(const QString& name, const QByteArray& data)
     m_editor->setHighlighter(m_highlighter);
     if (m_type == EditRules::JSON)
         m_editor->setPlainText(EditRules::shown(m_type, m_editor->toPlainText()));
+    document->setPageSize(page);
     return true;
 }
 

@@ -1,18 +1,21 @@
 // Measures transfers, synchronisation and package installs against the
 // virtual board and prints the figures, each also as "figure NAME VALUE UNIT".
-//   pelkam-benchmark [--only transfer|sync|packages] [--write FILE]
+//   pelkam-benchmark [--only transfer|sync|packages|editor] [--write FILE]
 // FILE gets a Markdown report; a "## Fuzzing" section already in it is kept.
 #include "boardsession.h"
+#include "codeeditor/qcodeeditor.h"
+#include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
 #include "sync/synchronizer.h"
 
 #include <QDir>
 #include <QProcess>
 
-#include <QCoreApplication>
+#include <QApplication>
 #include <QDate>
 #include <QElapsedTimer>
 #include <QFile>
+#include <QKeyEvent>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTextStream>
@@ -274,6 +277,43 @@ void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
                .arg(expectedKb, 0, 'f', 0));
 }
 
+// Opening a long Python file until it is shown and highlighted, then one
+// typed character in its middle (highlighting and extra selections included).
+void measureEditor(QTextStream& out)
+{
+    constexpr int kLines = 5000;
+    QByteArray source;
+    for (int i = 0; i < kLines / 5; ++i)
+        source += QStringLiteral("def handler_%1(pin, value=0x1F):\n    \"\"\"Doc %1.\"\"\"\n"
+                                 "    data = [machine.Pin(%1), {'k': (value + 1) * 2}]  # note\n"
+                                 "    print('value', value, data)\n    return len(data)\n")
+                      .arg(i)
+                      .toUtf8();
+    QElapsedTimer t;
+    t.start();
+    CodeEditor dialog;
+    dialog.load(QStringLiteral("main.py"), source);
+    dialog.show();
+    QCoreApplication::processEvents();
+    const double open = t.nsecsElapsed() / 1e6;
+    QCodeEditor* editor = dialog.editor();
+    QTextCursor cursor = editor->textCursor();
+    cursor.setPosition(source.size() / 2);
+    editor->setTextCursor(cursor);
+    constexpr int kKeys = 50;
+    t.restart();
+    for (int i = 0; i < kKeys; ++i) {
+        QKeyEvent press(QEvent::KeyPress, Qt::Key_A, Qt::NoModifier, QStringLiteral("a"));
+        QCoreApplication::sendEvent(editor, &press);
+        QCoreApplication::processEvents();
+    }
+    const double key = t.nsecsElapsed() / 1e6 / kKeys;
+    figure(out, QStringLiteral("editor"), QStringLiteral("editor_open_5000_lines"), open, 1, QStringLiteral("ms"),
+           QStringLiteral("open a 5,000-line Python file until shown and highlighted (goal: under 100 ms)"));
+    figure(out, QStringLiteral("editor"), QStringLiteral("editor_key_5000_lines"), key, 2, QStringLiteral("ms"),
+           QStringLiteral("one typed character in its middle (goal: under 5 ms)"));
+}
+
 void writeReport(const QString& path)
 {
     QString kept;
@@ -313,14 +353,17 @@ void writeReport(const QString& path)
 
 int main(int argc, char* argv[])
 {
-    QCoreApplication app(argc, argv);
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
     QTemporaryDir settingsDir;
     isolateSettings(settingsDir);
     const QStringList args = app.arguments();
     const int write = args.indexOf(QStringLiteral("--write"));
     const int only = args.indexOf(QStringLiteral("--only"));
     const QString group = only >= 0 ? args.value(only + 1) : QString();
-    const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"), QStringLiteral("packages")};
+    const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"), QStringLiteral("packages"),
+                             QStringLiteral("editor")};
     if (only >= 0 && !groups.contains(group)) {
         QTextStream(stderr) << "pelkam-benchmark: --only takes one of " << groups.join(QStringLiteral(", ")) << '\n';
         return 2;
@@ -334,6 +377,8 @@ int main(int argc, char* argv[])
         measureSync(dir, out);
     if (wanted("packages"))
         measurePackages(dir, out);
+    if (wanted("editor"))
+        measureEditor(out);
     if (write >= 0 && write + 1 < args.size())
         writeReport(args.at(write + 1));
     return 0;

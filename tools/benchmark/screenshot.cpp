@@ -2,6 +2,7 @@
 // of it; with a folder as second argument, also pictures of the Sync dialog
 // and of the upload question:
 //   pelkam-screenshot OUTPUT.png [DIALOG_DIR]   (run under Xvfb or offscreen)
+// PELKAM_SCREENSHOT_DARK=1 gives the desktop a dark palette first.
 #include "boardsession.h"
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
@@ -13,6 +14,7 @@
 #include <QApplication>
 #include <QDir>
 #include <QFileInfo>
+#include <QPalette>
 #include <QPixmap>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -35,6 +37,16 @@ void grabNextDialog(const QString& path)
 int main(int argc, char* argv[])
 {
     QApplication app(argc, argv);
+    if (qEnvironmentVariableIntValue("PELKAM_SCREENSHOT_DARK")) {
+        QPalette dark;
+        dark.setColor(QPalette::Window, QColor(0x2d, 0x2d, 0x30));
+        dark.setColor(QPalette::WindowText, Qt::white);
+        dark.setColor(QPalette::Base, QColor(0x1e, 0x1e, 0x1e));
+        dark.setColor(QPalette::Text, Qt::white);
+        dark.setColor(QPalette::Button, QColor(0x3c, 0x3c, 0x3c));
+        dark.setColor(QPalette::ButtonText, Qt::white);
+        QApplication::setPalette(dark);
+    }
     QTemporaryDir settingsDir;
     isolateSettings(settingsDir);
     const QString output = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshot.png");

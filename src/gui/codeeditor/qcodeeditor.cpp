@@ -72,10 +72,17 @@ void QCodeEditor::setHighlighter(QStyleSyntaxHighlighter* highlighter)
     if (m_highlighter && m_highlighter != highlighter)
         m_highlighter->setDocument(nullptr);
     m_highlighter = highlighter;
-    if (m_highlighter) {
-        m_highlighter->setSyntaxStyle(m_style);
-        m_highlighter->setDocument(document());
-    }
+    if (!m_highlighter)
+        return;
+    m_highlighter->setSyntaxStyle(m_style);
+    // Highlighting marks every block dirty, and the text edit's layout walks
+    // the whole document for each of them. Without a page size it does
+    // nothing; restoring the size lays the document out once.
+    const QSizeF page = document()->pageSize();
+    document()->setPageSize(QSizeF(0, 0));
+    m_highlighter->setDocument(document());
+    m_highlighter->rehighlight();
+    document()->setPageSize(page);
 }
 
 void QCodeEditor::setCompleter(QCompleter* completer)

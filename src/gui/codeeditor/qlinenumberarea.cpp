@@ -35,10 +35,10 @@ void QLineNumberArea::paintEvent(QPaintEvent* event)
     const int top = m_editor->viewport()->geometry().top();
     QAbstractTextDocumentLayout* layout = m_editor->document()->documentLayout();
     painter.setFont(m_editor->font());
-    for (QTextBlock block = m_editor->document()->begin(); block.isValid(); block = block.next()) {
+    // From the first visible block only: walking a long document on every
+    // repaint would make typing slow.
+    for (QTextBlock block = m_editor->cursorForPosition(QPoint(0, 0)).block(); block.isValid(); block = block.next()) {
         const QRectF rect = layout->blockBoundingRect(block).translated(0, top - scroll);
-        if (rect.bottom() < event->rect().top())
-            continue;
         if (rect.top() > event->rect().bottom())
             break;
         const QTextCharFormat& f = block.blockNumber() == currentBlock ? current : number;

@@ -23,14 +23,22 @@ void QStyleSyntaxHighlighter::addLanguage(const QString& resource, const QString
     if (!file.open(QIODevice::ReadOnly))
         return;
     const QLanguage language(&file);
-    for (const QString& key : language.keys())
+    // One alternation per section finds the same whole words as one rule per
+    // word, at a fraction of the cost on long files.
+    for (const QString& key : language.keys()) {
+        QStringList words;
         for (const QString& word : language.names(key))
-            addRule(wordPattern.arg(QRegularExpression::escape(word)), key);
+            words << QRegularExpression::escape(word);
+        if (!words.isEmpty())
+            addRule(wordPattern.arg(QStringLiteral("(?:%1)").arg(words.join(QLatin1Char('|')))), key);
+    }
 }
 
 void QStyleSyntaxHighlighter::addRule(const QString& pattern, const QString& format, int group)
 {
-    m_rules.append({QRegularExpression(pattern), format, group});
+    QRegularExpression expression(pattern);
+    expression.optimize();
+    m_rules.append({expression, format, group});
 }
 
 void QStyleSyntaxHighlighter::addSpan(const QString& start, const QString& end, const QString& format)
