@@ -3,6 +3,7 @@
 #include "board/boardfiles.h"
 #include "connectionpopup.h"
 #include "packages/packageinstaller.h"
+#include "preferences.h"
 #include "qmaterialicon.h"
 #include "remoteedit.h"
 #include "sync/synchronizer.h"
@@ -545,6 +546,15 @@ void PelkamWindow::on_mcFileList_doubleClicked(const QModelIndex& index)
     runWorkflow([&] { activation = m_workflows->mcEntryActivated(index, m_mcFileList->currentIndex()); });
     if (activation == FileWorkflows::EditRequested)
         on_actionEdit_triggered();
+}
+
+void PelkamWindow::on_actionPreferences_triggered()
+{
+    Preferences preferences(this);
+    preferences.setPrompter(m_prompter.get());
+    preferences.readSettings();
+    if (preferences.exec() == QDialog::Accepted)
+        preferences.writeSettings();
 }
 
 void PelkamWindow::on_actionNew_File_triggered()

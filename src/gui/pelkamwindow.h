@@ -106,6 +106,7 @@ public slots:
     void on_actionUpload_Package_triggered();
     void on_actionNew_File_triggered();
     void on_actionEdit_triggered();
+    void on_actionPreferences_triggered();
     void pcFileListMenu(const QPoint& pos);
     void mcFileListMenu(const QPoint& pos);
 

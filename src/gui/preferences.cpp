@@ -1,0 +1,203 @@
+#include "preferences.h"
+
+#include "widgetprompter.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QDialogButtonBox>
+#include <QDir>
+#include <QFormLayout>
+#include <QGroupBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QLocale>
+#include <QSettings>
+#include <QSpinBox>
+#include <QTabWidget>
+#include <QVBoxLayout>
+
+namespace {
+constexpr int kTransferDefault = 31; // shown as "Default": any value below 32 means 512
+constexpr int kTransferMax = 1024;
+constexpr int kAlwaysAsk = 2;
+
+template <typename Widget>
+Widget* named(Widget* widget, const char* name)
+{
+    widget->setObjectName(QString::fromLatin1(name));
+    return widget;
+}
+
+QString displayName(const QLocale& locale)
+{
+    return QStringLiteral("%1 (%2)").arg(QLocale::languageToString(locale.language()),
+                                         QLocale::countryToString(locale.country()));
+}
+} // namespace
+
+static void initTranslationResources()
+{
+    Q_INIT_RESOURCE(lang);
+}
+
+Preferences::Preferences(QWidget* parent) : QDialog(parent)
+{
+    initTranslationResources();
+    setObjectName(QStringLiteral("Preferences"));
+    setWindowTitle(tr("Preferences"));
+    auto* layout = new QVBoxLayout(this);
+    auto* tabs = named(new QTabWidget(this), "tabWidget");
+    layout->addWidget(tabs);
+
+    auto* global = named(new QWidget(), "globalTab");
+    auto* globalLayout = new QVBoxLayout(global);
+    auto* interface = named(new QGroupBox(tr("Interface"), global), "groupBox_3");
+    auto* interfaceForm = new QFormLayout(interface);
+    m_language = named(new QComboBox(interface), "global_langCombo");
+    interfaceForm->addRow(tr("Language:"), m_language);
+    m_darkText = named(new QLabel(tr("Colors:"), interface), "global_darkText");
+    m_dark = named(new QComboBox(interface), "global_darkCombo");
+    m_dark->addItems({tr("Light"), tr("Dark")});
+    interfaceForm->addRow(m_darkText, m_dark);
+    globalLayout->addWidget(interface);
+
+    auto* files = named(new QGroupBox(tr("MC File List"), global), "groupBox");
+    auto* filesForm = new QFormLayout(files);
+    m_clickAction = named(new QComboBox(files), "global_MCClickCombo");
+    m_clickAction->addItem(tr("Edit File"), QStringLiteral("edit"));
+    m_clickAction->addItem(tr("Download File"), QStringLiteral("download"));
+    filesForm->addRow(tr("Double click:"), m_clickAction);
+    m_stmFolder = named(new QLineEdit(files), "global_STMFolderEdit");
+    filesForm->addRow(tr("Default directory (STM):"), m_stmFolder);
+    m_espFolder = named(new QLineEdit(files), "global_ESPFolderEdit");
+    filesForm->addRow(tr("Default directory (ESP):"), m_espFolder);
+    globalLayout->addWidget(files);
+
+    auto* transfer = named(new QGroupBox(tr("Transfer"), global), "groupBox_2");
+    auto* transferForm = new QFormLayout(transfer);
+    m_transferSize = named(new QSpinBox(transfer), "global_TransferSizeSpin");
+    m_transferSize->setRange(kTransferDefault, kTransferMax);
+    m_transferSize->setValue(kTransferDefault);
+    m_transferSize->setSpecialValueText(tr("Default"));
+    transferForm->addRow(tr("Chunk Size:"), m_transferSize);
+    // The misspelt name is the widget's established one.
+    m_dirStructure = named(new QComboBox(transfer), "globat_DirStructCombo");
+    m_dirStructure->addItems({tr("Keep directory structure"), tr("Upload to the root directory"), tr("Always ask")});
+    transferForm->addRow(tr("Upload File:"), m_dirStructure);
+    m_suggestExecute = named(new QCheckBox(tr("Ask to execute a script"), transfer), "global_MCExecCheck");
+    transferForm->addRow(m_suggestExecute);
+    m_darkWarning = named(new QLabel(tr("<html><head/><body><p><span style=\" font-weight:600; color:#ef2929;\">* "
+                                        "Changing the color theme requires a restart</span></p></body></html>"),
+                                     transfer),
+                          "global_darkWarning");
+    transferForm->addRow(m_darkWarning);
+    globalLayout->addWidget(transfer);
+    globalLayout->addStretch();
+    tabs->addTab(global, tr("Environment"));
+
+    auto* editor = named(new QWidget(), "editorTab");
+    auto* editorForm = new QFormLayout(editor);
+    m_tabs = named(new QComboBox(editor), "editor_TabsCombo");
+    m_tabs->addItems({tr("Spaces"), tr("Tabs")});
+    editorForm->addRow(tr("Tab policy:"), m_tabs);
+    m_tabSize = named(new QSpinBox(editor), "editor_TabSizeSpin");
+    m_tabSize->setRange(2, 16);
+    m_tabSize->setValue(4);
+    editorForm->addRow(tr("Tab size:"), m_tabSize);
+    m_autoIndent = named(new QCheckBox(tr("Automatic indentation"), editor), "editor_AutoIndentCheck");
+    m_autoParentheses = named(new QCheckBox(tr("Automatic parentheses completion"), editor), "editor_AutoParentCheck");
+    m_wordWrap = named(new QCheckBox(tr("Word wrap"), editor), "editor_WordWrapCheck");
+    m_whitespace = named(new QCheckBox(tr("Visualize whitespace"), editor), "editor_WhiteSpaceCheck");
+    for (QCheckBox* box : {m_autoIndent, m_autoParentheses, m_wordWrap, m_whitespace})
+        editorForm->addRow(box);
+    tabs->addTab(editor, tr("Editor"));
+
+    auto* buttons = named(new QDialogButtonBox(QDialogButtonBox::Ok | QDialogButtonBox::Cancel, this), "buttonBox");
+    layout->addWidget(buttons);
+    connect(buttons, &QDialogButtonBox::accepted, this, &QDialog::accept);
+    connect(buttons, &QDialogButtonBox::rejected, this, &QDialog::reject);
+}
+
+Preferences::~Preferences() = default;
+
+Prompter& Preferences::prompter()
+{
+    if (!m_prompter) {
+        m_ownPrompter = std::make_unique<WidgetPrompter>(this);
+        m_prompter = m_ownPrompter.get();
+    }
+    return *m_prompter;
+}
+
+void Preferences::fillLanguages()
+{
+    m_language->clear();
+    m_language->addItem(tr("System"), QLocale::c());
+    QList<QLocale> locales{QLocale(QStringLiteral("en_US"))};
+    for (const QString& file : QDir(QStringLiteral(":/lang/")).entryList({QStringLiteral("*.qm")}, QDir::Files,
+                                                                         QDir::Unsorted)) {
+        QStringList parts = file.chopped(3).split(QLatin1Char('_'));
+        parts.removeFirst();
+        locales << QLocale(parts.join(QLatin1Char('_')));
+    }
+    std::sort(locales.begin(), locales.end(),
+              [](const QLocale& a, const QLocale& b) { return a.name() < b.name(); });
+    for (const QLocale& locale : qAsConst(locales))
+        m_language->addItem(displayName(locale), locale);
+}
+
+void Preferences::readSettings()
+{
+    const QSettings settings;
+    fillLanguages();
+    // The theme follows the desktop here: these stay in the layout, unseen.
+    m_darkText->hide();
+    m_dark->hide();
+    m_darkWarning->hide();
+
+    const QString language = settings.value(QStringLiteral("UI/Language")).toString();
+    const int languageIndex = language.isEmpty() ? 0 : m_language->findText(displayName(QLocale(language)));
+    // A numeric code (stored at first start) matches no item: "System" shows.
+    m_language->setCurrentIndex(qMax(0, languageIndex));
+
+    m_clickAction->setCurrentIndex(
+        settings.value(QStringLiteral("MC/ClickAction")).toString() == QLatin1String("download") ? 1 : 0);
+    m_transferSize->setValue(settings.value(QStringLiteral("MC/TransferSize"), 0).toInt());
+    const int subDirs = settings.value(QStringLiteral("MC/SubDirsSel"), kAlwaysAsk).toInt();
+    m_dirStructure->setCurrentIndex(subDirs >= 0 && subDirs < m_dirStructure->count() ? subDirs : kAlwaysAsk);
+    m_suggestExecute->setChecked(settings.value(QStringLiteral("MC/SuggestExecute"), false).toBool());
+    m_stmFolder->setText(settings.value(QStringLiteral("MC/STMDir"), QStringLiteral("/flash")).toString());
+    m_espFolder->setText(settings.value(QStringLiteral("MC/ESPDir"), QStringLiteral("/")).toString());
+
+    m_autoIndent->setChecked(settings.value(QStringLiteral("Code/Indent"), false).toBool());
+    m_autoParentheses->setChecked(settings.value(QStringLiteral("Code/Parenth"), true).toBool());
+    m_tabs->setCurrentIndex(settings.value(QStringLiteral("Code/Tabs"), true).toBool() ? 0 : 1);
+    m_tabSize->setValue(settings.value(QStringLiteral("Code/TabSize"), 4).toInt());
+    m_wordWrap->setChecked(settings.value(QStringLiteral("Code/Wrap"), false).toBool());
+    m_whitespace->setChecked(settings.value(QStringLiteral("Code/ShowSpaces"), false).toBool());
+}
+
+void Preferences::writeSettings()
+{
+    QSettings settings;
+    const QString language =
+        m_language->currentIndex() == 0 ? QString() : m_language->currentData().toLocale().name();
+    const QString stored = settings.value(QStringLiteral("UI/Language")).toString();
+    // Deliberately asymmetric: leaving "System" for a language needs no warning.
+    if (!stored.isEmpty() && stored != language)
+        prompter().warning(tr("Change Language"), tr("Language will be changed after an application restart."));
+    settings.setValue(QStringLiteral("UI/Language"), language);
+    settings.setValue(QStringLiteral("MC/ClickAction"),
+                      m_clickAction->currentIndex() == 1 ? QStringLiteral("download") : QStringLiteral("edit"));
+    settings.setValue(QStringLiteral("MC/TransferSize"), m_transferSize->value());
+    settings.setValue(QStringLiteral("MC/SubDirsSel"), m_dirStructure->currentIndex());
+    settings.setValue(QStringLiteral("MC/STMDir"), m_stmFolder->text());
+    settings.setValue(QStringLiteral("MC/ESPDir"), m_espFolder->text());
+    settings.setValue(QStringLiteral("MC/SuggestExecute"), m_suggestExecute->isChecked());
+    settings.setValue(QStringLiteral("Code/Parenth"), m_autoParentheses->isChecked());
+    settings.setValue(QStringLiteral("Code/Indent"), m_autoIndent->isChecked());
+    settings.setValue(QStringLiteral("Code/Tabs"), m_tabs->currentIndex() == 0);
+    settings.setValue(QStringLiteral("Code/TabSize"), m_tabSize->value());
+    settings.setValue(QStringLiteral("Code/Wrap"), m_wordWrap->isChecked());
+    settings.setValue(QStringLiteral("Code/ShowSpaces"), m_whitespace->isChecked());
+}

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <QDialog>
+
+#include <memory>
+
+class Prompter;
+class QCheckBox;
+class QComboBox;
+class QLabel;
+class QLineEdit;
+class QSpinBox;
+
+// Edits the user-facing settings: environment (language, board pane,
+// transfers) and editor options. Cancel stores nothing.
+class Preferences : public QDialog {
+    Q_OBJECT
+public:
+    explicit Preferences(QWidget* parent = nullptr);
+    ~Preferences() override;
+
+    // The restart warning goes here; a message box when unset.
+    void setPrompter(Prompter* prompter) { m_prompter = prompter; }
+    void readSettings();
+    void writeSettings();
+
+private:
+    void fillLanguages();
+    Prompter& prompter();
+
+    Prompter* m_prompter = nullptr;
+    std::unique_ptr<Prompter> m_ownPrompter;
+    QComboBox* m_language;
+    QLabel* m_darkText;
+    QComboBox* m_dark;
+    QComboBox* m_clickAction;
+    QLineEdit* m_stmFolder;
+    QLineEdit* m_espFolder;
+    QSpinBox* m_transferSize;
+    QComboBox* m_dirStructure;
+    QCheckBox* m_suggestExecute;
+    QLabel* m_darkWarning;
+    QComboBox* m_tabs;
+    QSpinBox* m_tabSize;
+    QCheckBox* m_autoIndent;
+    QCheckBox* m_autoParentheses;
+    QCheckBox* m_wordWrap;
+    QCheckBox* m_whitespace;
+};

@@ -1,0 +1,140 @@
+#include "preferences.h"
+#include "testsupport.h"
+
+#include <QCheckBox>
+#include <QComboBox>
+#include <QLabel>
+#include <QLineEdit>
+#include <QSpinBox>
+#include <QtTest>
+
+class TestPreferences : public QObject {
+    Q_OBJECT
+    QTemporaryDir m_dir;
+
+    template <typename T>
+    static T* child(Preferences& p, const char* name)
+    {
+        T* w = p.findChild<T*>(QLatin1String(name));
+        if (!w)
+            qFatal("no widget %s", name);
+        return w;
+    }
+    static QStringList state(Preferences& p)
+    {
+        QStringList out;
+        for (const char* combo : {"global_langCombo", "global_MCClickCombo", "globat_DirStructCombo", "editor_TabsCombo"})
+            out << child<QComboBox>(p, combo)->currentText();
+        out << child<QSpinBox>(p, "global_TransferSizeSpin")->text()
+            << QString::number(child<QSpinBox>(p, "editor_TabSizeSpin")->value())
+            << child<QLineEdit>(p, "global_STMFolderEdit")->text() << child<QLineEdit>(p, "global_ESPFolderEdit")->text();
+        for (const char* box : {"global_MCExecCheck", "editor_AutoIndentCheck", "editor_AutoParentCheck",
+                                "editor_WordWrapCheck", "editor_WhiteSpaceCheck"})
+            if (child<QCheckBox>(p, box)->isChecked())
+                out << QLatin1String(box);
+        return out;
+    }
+
+private slots:
+    void initTestCase() { isolateSettings(m_dir); }
+    void init() { QSettings().clear(); }
+
+    void defaultsAndFallbacks()
+    {
+        Preferences p;
+        p.readSettings();
+        QCOMPARE(state(p), QStringList({"System", "Edit File", "Always ask", "Spaces", "Default", "4", "/flash", "/",
+                                        "editor_AutoParentCheck"}));
+        const QComboBox* languages = child<QComboBox>(p, "global_langCombo");
+        QCOMPARE(languages->count(), 3);
+        QCOMPARE(languages->itemText(1), QStringLiteral("English (United States)"));
+        QCOMPARE(languages->itemText(2), QStringLiteral("Russian (Russia)"));
+        QVERIFY(child<QLabel>(p, "global_darkWarning")->isHidden());
+        QVERIFY(child<QComboBox>(p, "global_darkCombo")->isHidden());
+
+        QSettings s;
+        s.setValue(QStringLiteral("MC/SubDirsSel"), 7);
+        s.setValue(QStringLiteral("MC/ClickAction"), QStringLiteral("Download"));
+        s.setValue(QStringLiteral("UI/Language"), 31); // the numeric code stored at first start
+        s.setValue(QStringLiteral("MC/TransferSize"), 5);
+        s.setValue(QStringLiteral("Code/Tabs"), false);
+        s.setValue(QStringLiteral("Code/TabSize"), 99);
+        p.readSettings();
+        QCOMPARE(state(p).mid(0, 6), QStringList({"System", "Edit File", "Always ask", "Tabs", "Default", "16"}));
+        s.setValue(QStringLiteral("UI/Language"), QStringLiteral("ru_RU"));
+        s.setValue(QStringLiteral("MC/ClickAction"), QStringLiteral("download"));
+        p.readSettings();
+        QCOMPARE(state(p).mid(0, 2), QStringList({"Russian (Russia)", "Download File"}));
+    }
+
+    void storing()
+    {
+        ScriptedPrompter prompter;
+        // OK with changes stores exactly these values; the numeric code is
+        // replaced by "" with one restart warning.
+        QSettings().setValue(QStringLiteral("UI/Language"), 31);
+        {
+            Preferences p;
+            p.setPrompter(&prompter);
+            p.readSettings();
+            child<QComboBox>(p, "global_MCClickCombo")->setCurrentIndex(1);
+            child<QComboBox>(p, "globat_DirStructCombo")->setCurrentIndex(0);
+            child<QSpinBox>(p, "global_TransferSizeSpin")->setValue(256);
+            child<QLineEdit>(p, "global_STMFolderEdit")->setText(QStringLiteral("/sd/app"));
+            child<QComboBox>(p, "editor_TabsCombo")->setCurrentIndex(1);
+            child<QCheckBox>(p, "editor_AutoIndentCheck")->setChecked(true);
+            child<QCheckBox>(p, "global_MCExecCheck")->setChecked(true);
+            p.writeSettings();
+        }
+        QCOMPARE(prompter.questions,
+                 QStringList{"Change Language: Language will be changed after an application restart."});
+        QSettings s;
+        QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QString());
+        QCOMPARE(s.value(QStringLiteral("MC/ClickAction")).toString(), QStringLiteral("download"));
+        QCOMPARE(s.value(QStringLiteral("MC/SubDirsSel")).toInt(), 0);
+        QCOMPARE(s.value(QStringLiteral("MC/TransferSize")).toInt(), 256);
+        QCOMPARE(s.value(QStringLiteral("MC/STMDir")).toString(), QStringLiteral("/sd/app"));
+        QCOMPARE(s.value(QStringLiteral("MC/ESPDir")).toString(), QStringLiteral("/"));
+        QCOMPARE(s.value(QStringLiteral("MC/SuggestExecute")).toBool(), true);
+        QCOMPARE(s.value(QStringLiteral("Code/Tabs")).toBool(), false);
+        QCOMPARE(s.value(QStringLiteral("Code/Indent")).toBool(), true);
+        QCOMPARE(s.value(QStringLiteral("Code/Parenth")).toBool(), true);
+        QCOMPARE(s.value(QStringLiteral("Code/TabSize")).toInt(), 4);
+
+        // From "System" to a language: no warning (deliberately); the same
+        // language again: none; another language: one.
+        const auto choose = [&](const QString& text) {
+            Preferences p;
+            p.setPrompter(&prompter);
+            p.readSettings();
+            auto* combo = child<QComboBox>(p, "global_langCombo");
+            combo->setCurrentIndex(combo->findText(text));
+            p.writeSettings();
+        };
+        prompter.questions.clear();
+        choose(QStringLiteral("Russian (Russia)"));
+        QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QStringLiteral("ru_RU"));
+        choose(QStringLiteral("Russian (Russia)"));
+        QVERIFY(prompter.questions.isEmpty());
+        choose(QStringLiteral("English (United States)"));
+        QCOMPARE(prompter.questions.size(), 1);
+        QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QStringLiteral("en_US"));
+    }
+
+    void cancelStoresNothing()
+    {
+        QSettings().setValue(QStringLiteral("UI/Language"), QStringLiteral("ru_RU"));
+        Preferences p;
+        p.readSettings();
+        child<QComboBox>(p, "global_MCClickCombo")->setCurrentIndex(1);
+        child<QComboBox>(p, "global_langCombo")->setCurrentIndex(0);
+        QTimer::singleShot(0, &p, &QDialog::reject);
+        QCOMPARE(p.exec(), int(QDialog::Rejected));
+        const QSettings s;
+        QCOMPARE(s.allKeys(), QStringList{"UI/Language"});
+        QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QStringLiteral("ru_RU"));
+    }
+};
+
+QTEST_MAIN(TestPreferences)
+#include "tst_preferences.moc"
