@@ -11,7 +11,8 @@ $SUDO apt-get install -y --no-install-recommends \
   qttools5-dev qttools5-dev-tools qttranslations5-l10n \
   libquazip1-qt5-dev zlib1g-dev \
   fonts-material-design-icons-iconfont \
-  socat xvfb xauth python3 ca-certificates
+  socat xvfb xauth python3 ca-certificates \
+  desktop-file-utils appstream dpkg-dev
 if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
   $SUDO apt-get install -y --no-install-recommends nodejs npm
 fi

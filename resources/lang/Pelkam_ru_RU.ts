@@ -2,11 +2,986 @@
 <!DOCTYPE TS>
 <TS version="2.1" language="ru_RU">
 <context>
+    <name>BoardBackup</name>
+    <message>
+        <source>Cannot create the folder %1</source>
+        <translation>Не удаётся создать папку %1</translation>
+    </message>
+    <message>
+        <source>Skipping %1 in %2: the name is not safe on the PC</source>
+        <translation>Пропуск %1 в %2: такое имя недопустимо на ПК</translation>
+    </message>
+    <message>
+        <source>Skipping folder %1 in %2: the name is not safe on the PC</source>
+        <translation>Пропуск папки %1 в %2: такое имя недопустимо на ПК</translation>
+    </message>
+    <message>
+        <source>Retrying %1</source>
+        <translation>Повторная попытка: %1</translation>
+    </message>
+    <message>
+        <source>Cannot write to %1</source>
+        <translation>Не удаётся записать в %1</translation>
+    </message>
+    <message>
+        <source>No such board folder: %1</source>
+        <translation>На плате нет папки %1</translation>
+    </message>
+    <message>
+        <source>Backup aborted: the board folder could not be listed</source>
+        <translation>Резервное копирование прервано: не удалось получить содержимое папки на плате</translation>
+    </message>
+    <message>
+        <source>Backup aborted: the MC is disconnected</source>
+        <translation>Резервное копирование прервано: плата отключена</translation>
+    </message>
+    <message>
+        <source>Not saved: %1</source>
+        <translation>Не сохранено: %1</translation>
+    </message>
+    <message>
+        <source>Backed up %1 of %2 files (%3 bytes) from %4 to %5</source>
+        <translation>Сохранено файлов: %1 из %2 (%3 байт) из %4 в %5</translation>
+    </message>
+</context>
+<context>
+    <name>BoardFiles</name>
+    <message>
+        <source>Cannot open %1: %2</source>
+        <translation>Не удаётся открыть %1: %2</translation>
+    </message>
+    <message>
+        <source>Cannot upload script %1</source>
+        <translation>Не удаётся загрузить скрипт %1</translation>
+    </message>
+    <message>
+        <source>Script %1 executed</source>
+        <translation>Скрипт %1 выполнен</translation>
+    </message>
+    <message>
+        <source>No reply at %1 step</source>
+        <translation>Нет ответа на шаге %1</translation>
+    </message>
+    <message>
+        <source>Cannot upload - forbidden character %1 in %2</source>
+        <translation>Загрузка невозможна: недопустимый символ %1 в %2</translation>
+    </message>
+    <message>
+        <source>Start uploading &quot;%1&quot; -&gt; &quot;%2&quot;</source>
+        <translation>Начало загрузки «%1» -&gt; «%2»</translation>
+    </message>
+    <message>
+        <source>Cannot read from %1: %2</source>
+        <translation>Не удаётся прочитать %1: %2</translation>
+    </message>
+    <message>
+        <source>Invalid reply %1. Aborted</source>
+        <translation>Неверный ответ %1. Прервано</translation>
+    </message>
+    <message>
+        <source>Error while starting the transmission. Aborted</source>
+        <translation>Ошибка при начале передачи. Прервано</translation>
+    </message>
+    <message>
+        <source>No reply for the transmitted data. Aborted</source>
+        <translation>Нет ответа на переданные данные. Прервано</translation>
+    </message>
+    <message>
+        <source>Transmission error. Aborted</source>
+        <translation>Ошибка передачи. Прервано</translation>
+    </message>
+    <message>
+        <source>No reply. Aborted</source>
+        <translation>Нет ответа. Прервано</translation>
+    </message>
+    <message>
+        <source>Finalization error (during transmission phase). Aborted</source>
+        <translation>Ошибка завершения (при передаче). Прервано</translation>
+    </message>
+    <message>
+        <source>Finalization error (during reception phase). Aborted</source>
+        <translation>Ошибка завершения (при приёме). Прервано</translation>
+    </message>
+    <message>
+        <source>Finished uploading to %1</source>
+        <translation>Загрузка в %1 завершена</translation>
+    </message>
+    <message>
+        <source>Cannot write to %1: %2</source>
+        <translation>Не удаётся записать в %1: %2</translation>
+    </message>
+    <message>
+        <source>Downloading %1</source>
+        <translation>Скачивание %1</translation>
+    </message>
+    <message>
+        <source>Communication timed out</source>
+        <translation>Истекло время ожидания связи</translation>
+    </message>
+    <message>
+        <source>File downloaded with errors!! (checksum mismatch %1 vs %2</source>
+        <translation>Файл скачан с ошибками!! (контрольные суммы не совпадают: %1 и %2</translation>
+    </message>
+    <message>
+        <source>Transmission error: %1</source>
+        <translation>Ошибка передачи: %1</translation>
+    </message>
+    <message>
+        <source>Communication error - unexpected data</source>
+        <translation>Ошибка связи: неожиданные данные</translation>
+    </message>
+    <message>
+        <source>Download from %1 completed</source>
+        <translation>Скачивание %1 завершено</translation>
+    </message>
+    <message>
+        <source>%1 removed</source>
+        <translation>%1 удалён</translation>
+    </message>
+    <message>
+        <source>Removal error: %1. Aborted</source>
+        <translation>Ошибка удаления: %1. Прервано</translation>
+    </message>
+    <message>
+        <source>Directory creator %1 is missing</source>
+        <translation>Скрипт создания папок %1 не найден</translation>
+    </message>
+    <message>
+        <source>Creating dir %1</source>
+        <translation>Создание папки %1</translation>
+    </message>
+    <message>
+        <source>Cannot list files - invalid reply</source>
+        <translation>Не удаётся получить список файлов: неверный ответ</translation>
+    </message>
+    <message>
+        <source>Cannot change directory to %1</source>
+        <translation>Не удаётся перейти в папку %1</translation>
+    </message>
+    <message>
+        <source>System information request failed</source>
+        <translation>Не удалось получить сведения о системе</translation>
+    </message>
+    <message>
+        <source>Connected to micropython board %1 (mod %2), release %3. Core %4 version %5</source>
+        <translation>Подключена плата MicroPython %1 (модель %2), выпуск %3. Ядро %4, версия %5</translation>
+    </message>
+</context>
+<context>
+    <name>BoardLink</name>
+    <message>
+        <source>Execution aborted</source>
+        <translation>Выполнение прервано</translation>
+    </message>
+    <message>
+        <source>MC initialization...</source>
+        <translation>Инициализация платы...</translation>
+    </message>
+    <message>
+        <source>REPL init failed</source>
+        <translation>Не удалось запустить REPL</translation>
+    </message>
+    <message>
+        <source>REPL initialized</source>
+        <translation>REPL запущен</translation>
+    </message>
+    <message>
+        <source>Stopped</source>
+        <translation>Остановлено</translation>
+    </message>
+    <message>
+        <source>Abort failed</source>
+        <translation>Не удалось прервать</translation>
+    </message>
+    <message>
+        <source>Launch failed</source>
+        <translation>Не удалось запустить</translation>
+    </message>
+    <message>
+        <source>Launching...</source>
+        <translation>Запуск...</translation>
+    </message>
+    <message>
+        <source>Restart failed</source>
+        <translation>Не удалось перезапустить</translation>
+    </message>
+    <message>
+        <source>Resetting...</source>
+        <translation>Сброс...</translation>
+    </message>
+    <message>
+        <source>DFU failed or not supported</source>
+        <translation>Режим DFU не удался или не поддерживается</translation>
+    </message>
+    <message>
+        <source>Connected to %1</source>
+        <translation>Подключено к %1</translation>
+    </message>
+    <message>
+        <source>Cannot connect to %1: %2</source>
+        <translation>Не удаётся подключиться к %1: %2</translation>
+    </message>
+    <message>
+        <source>Connection deferred...</source>
+        <translation>Подключение отложено...</translation>
+    </message>
+    <message>
+        <source>Connection failed - MC is not responding</source>
+        <translation>Подключение не удалось: плата не отвечает</translation>
+    </message>
+    <message>
+        <source>Opened connection to %1</source>
+        <translation>Открыто подключение к %1</translation>
+    </message>
+    <message>
+        <source>Connection closed</source>
+        <translation>Подключение закрыто</translation>
+    </message>
+    <message>
+        <source>Reconnecting.... Please wait.</source>
+        <translation>Переподключение... Подождите.</translation>
+    </message>
+    <message>
+        <source>Fatal communication error</source>
+        <translation>Критическая ошибка связи</translation>
+    </message>
+    <message>
+        <source>Reconnect attempt %1 of 10</source>
+        <translation>Попытка переподключения %1 из 10</translation>
+    </message>
+    <message>
+        <source>Reconnecting to %1</source>
+        <translation>Переподключение к %1</translation>
+    </message>
+    <message>
+        <source>Reconnection attempts exhausted</source>
+        <translation>Попытки переподключения исчерпаны</translation>
+    </message>
+</context>
+<context>
+    <name>CodeEditor</name>
+    <message>
+        <source>Dialog</source>
+        <translation>Диалог</translation>
+    </message>
+    <message>
+        <source>Save As</source>
+        <translation>Сохранить как</translation>
+    </message>
+    <message>
+        <source>Close without Saving</source>
+        <translation>Закрыть без сохранения</translation>
+    </message>
+    <message>
+        <source>Save &amp;&amp; Upload</source>
+        <translation>Сохранить &amp;&amp; загрузить</translation>
+    </message>
+    <message>
+        <source>Cannot read %1: %2</source>
+        <translation>Не удаётся прочитать %1: %2</translation>
+    </message>
+    <message>
+        <source>Code Editor</source>
+        <translation>Редактор кода</translation>
+    </message>
+    <message>
+        <source>Looks like this is a binary file. Switching to read-only mode.</source>
+        <translation>Похоже, это двоичный файл. Включён режим только для чтения.</translation>
+    </message>
+    <message>
+        <source>Cannot write to %1: %2</source>
+        <translation>Не удаётся записать в %1: %2</translation>
+    </message>
+    <message>
+        <source>File %1 cannot be written</source>
+        <translation>Не удаётся записать файл %1</translation>
+    </message>
+    <message>
+        <source>The edited data is not a valid JSON document. Proceed?&lt;br&gt;Error: %1</source>
+        <translation>Изменённые данные не являются корректным документом JSON. Продолжить?&lt;br&gt;Ошибка: %1</translation>
+    </message>
+</context>
+<context>
+    <name>ConnectionPopup</name>
+    <message>
+        <source>Port or device path</source>
+        <translation>Порт или путь к устройству</translation>
+    </message>
+</context>
+<context>
+    <name>FileWorkflows</name>
+    <message>
+        <source>Upload File</source>
+        <translation>Загрузка файла</translation>
+    </message>
+    <message>
+        <source>This is an update package. Do you want to unpack it and upload its contents?</source>
+        <translation>Это пакет обновления. Распаковать его и загрузить содержимое на плату?</translation>
+    </message>
+    <message>
+        <source>Execute this file on the MC instead of uploading?</source>
+        <translation>Выполнить этот файл на плате вместо загрузки?</translation>
+    </message>
+    <message>
+        <source>Keep the subdirectory structure?</source>
+        <translation>Сохранить структуру подпапок?</translation>
+    </message>
+    <message>
+        <source>File&apos;s relative path is %1</source>
+        <translation>Относительный путь файла: %1</translation>
+    </message>
+    <message>
+        <source>If you choose to keep the directory structure, the file will be uploaded to
+%1
+
+If not, it will be uploaded to
+%2</source>
+        <translation>Если сохранить структуру папок, файл будет загружен в
+%1
+
+Если нет — в
+%2</translation>
+    </message>
+    <message>
+        <source>Download file</source>
+        <translation>Скачивание файла</translation>
+    </message>
+    <message>
+        <source>File %1 exists. Overwrite?</source>
+        <translation>Файл %1 уже существует. Перезаписать?</translation>
+    </message>
+    <message>
+        <source>Directory %1 must be empty in order to be removed</source>
+        <translation>Чтобы удалить папку %1, она должна быть пустой</translation>
+    </message>
+    <message>
+        <source>New Directory</source>
+        <translation>Новая папка</translation>
+    </message>
+    <message>
+        <source>Name</source>
+        <translation>Имя</translation>
+    </message>
+    <message>
+        <source>A directory with the same name already exists</source>
+        <translation>Папка с таким именем уже существует</translation>
+    </message>
+    <message>
+        <source>MC directory creation failure</source>
+        <translation>Не удалось создать папку на плате</translation>
+    </message>
+</context>
+<context>
+    <name>MCDirModel</name>
+    <message>
+        <source>Name</source>
+        <translation>Имя</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>Размер</translation>
+    </message>
+</context>
+<context>
+    <name>PackageInstaller</name>
+    <message>
+        <source>Unsupported package type</source>
+        <translation>Неподдерживаемый тип пакета</translation>
+    </message>
+    <message>
+        <source>Package Upload</source>
+        <translation>Загрузка пакета</translation>
+    </message>
+    <message>
+        <source>A package is being uploaded. Please wait</source>
+        <translation>Пакет уже загружается. Подождите</translation>
+    </message>
+    <message>
+        <source>%1 is too large for a MicroPython board (%2 bytes). Abort</source>
+        <translation>%1 слишком велик для платы MicroPython (%2 байт). Прервано</translation>
+    </message>
+    <message>
+        <source>Package installation stopped: the MC is disconnected</source>
+        <translation>Установка пакета остановлена: плата отключена</translation>
+    </message>
+    <message>
+        <source>Loading upack for %1</source>
+        <translation>Загрузка пакета upack: %1</translation>
+    </message>
+    <message>
+        <source>UPack uploaded!</source>
+        <translation>Пакет upack загружен!</translation>
+    </message>
+    <message>
+        <source>Invalid package %1 - maybe not an upack?</source>
+        <translation>Неверный пакет %1 — возможно, это не upack?</translation>
+    </message>
+    <message>
+        <source>UPack is broken (cannot get %1). Abort</source>
+        <translation>Пакет upack повреждён (не удаётся найти %1). Прервано</translation>
+    </message>
+    <message>
+        <source>Uploading %1 from upack</source>
+        <translation>Загрузка %1 из пакета upack</translation>
+    </message>
+    <message>
+        <source>UPack is broken (cannot read %1). Abort</source>
+        <translation>Пакет upack повреждён (не удаётся прочитать %1). Прервано</translation>
+    </message>
+    <message>
+        <source>Cannot read ufw package: %1</source>
+        <translation>Не удаётся прочитать пакет ufw: %1</translation>
+    </message>
+    <message>
+        <source>Loading ufw from %1</source>
+        <translation>Загрузка пакета ufw из %1</translation>
+    </message>
+    <message>
+        <source>Uploading %1</source>
+        <translation>Загрузка %1</translation>
+    </message>
+    <message>
+        <source>Cannot read %1 whole: the package is truncated. Abort</source>
+        <translation>Не удаётся прочитать %1 целиком: пакет обрезан. Прервано</translation>
+    </message>
+    <message>
+        <source>UFW firmware package is for %1/%2 (%3)</source>
+        <translation>Пакет прошивки UFW предназначен для %1/%2 (%3)</translation>
+    </message>
+    <message>
+        <source>UFW firmware pack uploaded!</source>
+        <translation>Пакет прошивки UFW загружен!</translation>
+    </message>
+</context>
+<context>
     <name>PelkamWindow</name>
-    <message><source>File System</source><translation>Файловая система</translation></message>
-    <message><source>Terminal</source><translation>Терминал</translation></message>
-    <message><source>Connect</source><translation>Подключить</translation></message>
-    <message><source>Exit</source><translation>Выход</translation></message>
-    <message><source>About</source><translation>О программе</translation></message>
+    <message>
+        <source>File System</source>
+        <translation>Файловая система</translation>
+    </message>
+    <message>
+        <source>Terminal</source>
+        <translation>Терминал</translation>
+    </message>
+    <message>
+        <source>Connect</source>
+        <translation>Подключить</translation>
+    </message>
+    <message>
+        <source>Exit</source>
+        <translation>Выход</translation>
+    </message>
+    <message>
+        <source>About</source>
+        <translation>О программе</translation>
+    </message>
+    <message>
+        <source>%p% (%v of %m bytes)</source>
+        <translation>%p% (%v из %m байт)</translation>
+    </message>
+    <message>
+        <source>Run on the MC</source>
+        <translation>Выполнить на плате</translation>
+    </message>
+    <message>
+        <source>Upload</source>
+        <translation>Загрузить</translation>
+    </message>
+    <message>
+        <source>Synchronize</source>
+        <translation>Синхронизировать</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <translation>Редактировать</translation>
+    </message>
+    <message>
+        <source>Download</source>
+        <translation>Скачать</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Удалить</translation>
+    </message>
+    <message>
+        <source>Upload the selected file</source>
+        <translation>Загрузить выбранный файл на плату</translation>
+    </message>
+    <message>
+        <source>Download a file from the MC</source>
+        <translation>Скачать файл с платы</translation>
+    </message>
+    <message>
+        <source>Sync</source>
+        <translation>Синхронизация</translation>
+    </message>
+    <message>
+        <source>Sync files between the PC and the MC</source>
+        <translation>Синхронизировать файлы между ПК и платой</translation>
+    </message>
+    <message>
+        <source>Abort</source>
+        <translation>Прервать</translation>
+    </message>
+    <message>
+        <source>Stop the virtual machine</source>
+        <translation>Остановить виртуальную машину</translation>
+    </message>
+    <message>
+        <source>Reset</source>
+        <translation>Сброс</translation>
+    </message>
+    <message>
+        <source>Reset the MC</source>
+        <translation>Сбросить плату</translation>
+    </message>
+    <message>
+        <source>DFU</source>
+        <translation>DFU</translation>
+    </message>
+    <message>
+        <source>Put the MC into the DFU mode</source>
+        <translation>Перевести плату в режим DFU</translation>
+    </message>
+    <message>
+        <source>Remove a file from the MC</source>
+        <translation>Удалить файл с платы</translation>
+    </message>
+    <message>
+        <source>Edit a MC file</source>
+        <translation>Редактировать файл на плате</translation>
+    </message>
+    <message>
+        <source>Preferences</source>
+        <translation>Настройки</translation>
+    </message>
+    <message>
+        <source>Upload Package</source>
+        <translation>Загрузить пакет</translation>
+    </message>
+    <message>
+        <source>Upload a package to the MC</source>
+        <translation>Загрузить пакет на плату</translation>
+    </message>
+    <message>
+        <source>New Directory</source>
+        <translation>Новая папка</translation>
+    </message>
+    <message>
+        <source>Create a new directory in the MC flash</source>
+        <translation>Создать папку во флеш-памяти платы</translation>
+    </message>
+    <message>
+        <source>New File</source>
+        <translation>Новый файл</translation>
+    </message>
+    <message>
+        <source>Create a new file in the MC flash</source>
+        <translation>Создать файл во флеш-памяти платы</translation>
+    </message>
+    <message>
+        <source>Launch</source>
+        <translation>Запустить</translation>
+    </message>
+    <message>
+        <source>Launch the virtual machine</source>
+        <translation>Запустить виртуальную машину</translation>
+    </message>
+    <message>
+        <source>Syslog</source>
+        <translation>Журнал</translation>
+    </message>
+    <message>
+        <source>Clear Syslog</source>
+        <translation>Очистить журнал</translation>
+    </message>
+    <message>
+        <source>Clear Terminal</source>
+        <translation>Очистить терминал</translation>
+    </message>
+    <message>
+        <source>Connect to a UPY device or disconnect from one</source>
+        <translation>Подключиться к устройству MicroPython или отключиться от него</translation>
+    </message>
+    <message>
+        <source>Reset MC</source>
+        <translation>Сброс платы</translation>
+    </message>
+    <message>
+        <source>Reset the MC after establishing a connection</source>
+        <translation>Сбрасывать плату после подключения</translation>
+    </message>
+    <message>
+        <source>Monitor Only</source>
+        <translation>Только наблюдение</translation>
+    </message>
+    <message>
+        <source>Do not stop the virtual machine after establishing a connection</source>
+        <translation>Не останавливать виртуальную машину после подключения</translation>
+    </message>
+    <message>
+        <source>Automatic Reconnect</source>
+        <translation>Автопереподключение</translation>
+    </message>
+    <message>
+        <source>Automatically reconnect if the connection is aborted</source>
+        <translation>Автоматически переподключаться при обрыве связи</translation>
+    </message>
+    <message>
+        <source>About Qt</source>
+        <translation>О Qt</translation>
+    </message>
+    <message>
+        <source>Check for Updates</source>
+        <translation>Проверить обновления</translation>
+    </message>
+    <message>
+        <source>File</source>
+        <translation>Файл</translation>
+    </message>
+    <message>
+        <source>Save Log</source>
+        <translation>Сохранить журнал</translation>
+    </message>
+    <message>
+        <source>Help</source>
+        <translation>Справка</translation>
+    </message>
+    <message>
+        <source>Connection</source>
+        <translation>Подключение</translation>
+    </message>
+    <message>
+        <source>Actions</source>
+        <translation>Действия</translation>
+    </message>
+    <message>
+        <source>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;Select a directory (PC)&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
+        <translation>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;Выбрать папку (ПК)&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
+    </message>
+    <message>
+        <source>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;Goto parent directory (PC)&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
+        <translation>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;Перейти в родительскую папку (ПК)&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
+    </message>
+    <message>
+        <source>An MC operation is in progress. Abort and quit?</source>
+        <translation>Идёт операция с платой. Прервать её и выйти?</translation>
+    </message>
+    <message>
+        <source>Pelkam Board Toolkit v%1</source>
+        <translation>Pelkam — инструменты для плат, версия %1</translation>
+    </message>
+    <message>
+        <source>Developed by: Tarvel</source>
+        <translation>Разработчик: Tarvel</translation>
+    </message>
+    <message>
+        <source>Copyright %1 Tarvel. All rights reserved.</source>
+        <translation>© %1 Tarvel. Все права защищены.</translation>
+    </message>
+    <message>
+        <source>3rd party software:</source>
+        <translation>Сторонние компоненты:</translation>
+    </message>
+    <message>
+        <source>Select a directory</source>
+        <translation>Выбор папки</translation>
+    </message>
+    <message>
+        <source>Select package</source>
+        <translation>Выбор пакета</translation>
+    </message>
+    <message>
+        <source>Zarno pack files (*.upack);; UFW firmware updates (*.ufw)</source>
+        <translation>Пакеты Zarno (*.upack);; Обновления прошивки UFW (*.ufw)</translation>
+    </message>
+    <message>
+        <source>Save Log As</source>
+        <translation>Сохранить журнал как</translation>
+    </message>
+    <message>
+        <source>Log files (*.log)</source>
+        <translation>Файлы журнала (*.log)</translation>
+    </message>
+    <message>
+        <source>Saved to %1</source>
+        <translation>Сохранено в %1</translation>
+    </message>
+    <message>
+        <source>Cannot save to %1: %2</source>
+        <translation>Не удаётся сохранить в %1: %2</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <comment>menu</comment>
+        <translation>Правка</translation>
+    </message>
+</context>
+<context>
+    <name>Preferences</name>
+    <message>
+        <source>Preferences</source>
+        <translation>Настройки</translation>
+    </message>
+    <message>
+        <source>Interface</source>
+        <translation>Интерфейс</translation>
+    </message>
+    <message>
+        <source>Language:</source>
+        <translation>Язык:</translation>
+    </message>
+    <message>
+        <source>Colors:</source>
+        <translation>Цвета:</translation>
+    </message>
+    <message>
+        <source>Light</source>
+        <translation>Светлые</translation>
+    </message>
+    <message>
+        <source>Dark</source>
+        <translation>Тёмные</translation>
+    </message>
+    <message>
+        <source>MC File List</source>
+        <translation>Список файлов платы</translation>
+    </message>
+    <message>
+        <source>Edit File</source>
+        <translation>Редактировать файл</translation>
+    </message>
+    <message>
+        <source>Download File</source>
+        <translation>Скачать файл</translation>
+    </message>
+    <message>
+        <source>Double click:</source>
+        <translation>Двойной щелчок:</translation>
+    </message>
+    <message>
+        <source>Default directory (STM):</source>
+        <translation>Папка по умолчанию (STM):</translation>
+    </message>
+    <message>
+        <source>Default directory (ESP):</source>
+        <translation>Папка по умолчанию (ESP):</translation>
+    </message>
+    <message>
+        <source>Transfer</source>
+        <translation>Передача</translation>
+    </message>
+    <message>
+        <source>Default</source>
+        <translation>По умолчанию</translation>
+    </message>
+    <message>
+        <source>Chunk Size:</source>
+        <translation>Размер блока:</translation>
+    </message>
+    <message>
+        <source>Keep directory structure</source>
+        <translation>Сохранять структуру папок</translation>
+    </message>
+    <message>
+        <source>Upload to the root directory</source>
+        <translation>Загружать в корневую папку</translation>
+    </message>
+    <message>
+        <source>Always ask</source>
+        <translation>Всегда спрашивать</translation>
+    </message>
+    <message>
+        <source>Upload File:</source>
+        <translation>Загрузка файла:</translation>
+    </message>
+    <message>
+        <source>Ask to execute a script</source>
+        <translation>Предлагать выполнить скрипт</translation>
+    </message>
+    <message>
+        <source>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;&lt;span style=&quot; font-weight:600; color:#ef2929;&quot;&gt;* Changing the color theme requires a restart&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</source>
+        <translation>&lt;html&gt;&lt;head/&gt;&lt;body&gt;&lt;p&gt;&lt;span style=&quot; font-weight:600; color:#ef2929;&quot;&gt;* Смена цветовой темы вступит в силу после перезапуска&lt;/span&gt;&lt;/p&gt;&lt;/body&gt;&lt;/html&gt;</translation>
+    </message>
+    <message>
+        <source>Environment</source>
+        <translation>Среда</translation>
+    </message>
+    <message>
+        <source>Spaces</source>
+        <translation>Пробелы</translation>
+    </message>
+    <message>
+        <source>Tabs</source>
+        <translation>Табуляция</translation>
+    </message>
+    <message>
+        <source>Tab policy:</source>
+        <translation>Отступы:</translation>
+    </message>
+    <message>
+        <source>Tab size:</source>
+        <translation>Ширина табуляции:</translation>
+    </message>
+    <message>
+        <source>Automatic indentation</source>
+        <translation>Автоматические отступы</translation>
+    </message>
+    <message>
+        <source>Automatic parentheses completion</source>
+        <translation>Автоматически закрывать скобки</translation>
+    </message>
+    <message>
+        <source>Word wrap</source>
+        <translation>Перенос по словам</translation>
+    </message>
+    <message>
+        <source>Visualize whitespace</source>
+        <translation>Показывать пробельные символы</translation>
+    </message>
+    <message>
+        <source>Editor</source>
+        <translation>Редактор</translation>
+    </message>
+    <message>
+        <source>System</source>
+        <translation>Системный</translation>
+    </message>
+    <message>
+        <source>Change Language</source>
+        <translation>Смена языка</translation>
+    </message>
+    <message>
+        <source>Language will be changed after an application restart.</source>
+        <translation>Язык сменится после перезапуска приложения.</translation>
+    </message>
+</context>
+<context>
+    <name>RemoteEdit</name>
+    <message>
+        <source>Cannot create temporary file at %1</source>
+        <translation>Не удаётся создать временный файл %1</translation>
+    </message>
+    <message>
+        <source>New File</source>
+        <translation>Новый файл</translation>
+    </message>
+    <message>
+        <source>A file is already being edited</source>
+        <translation>Уже редактируется другой файл</translation>
+    </message>
+    <message>
+        <source>File name:</source>
+        <translation>Имя файла:</translation>
+    </message>
+    <message>
+        <source>The file name is invalid</source>
+        <translation>Недопустимое имя файла</translation>
+    </message>
+    <message>
+        <source>A file with the same name already exists</source>
+        <translation>Файл с таким именем уже существует</translation>
+    </message>
+    <message>
+        <source>Edit</source>
+        <translation>Редактирование</translation>
+    </message>
+    <message>
+        <source>Select a MC file to edit</source>
+        <translation>Выберите файл на плате для редактирования</translation>
+    </message>
+    <message>
+        <source>The file cannot be uploaded. Save it?</source>
+        <translation>Не удаётся загрузить файл на плату. Сохранить его?</translation>
+    </message>
+    <message>
+        <source>Another MC operation is running. Upload again when it has finished</source>
+        <translation>Выполняется другая операция с платой. Загрузите файл снова, когда она завершится</translation>
+    </message>
+</context>
+<context>
+    <name>SyncConfigurationDialog</name>
+    <message>
+        <source>Synchronization</source>
+        <translation>Синхронизация</translation>
+    </message>
+    <message>
+        <source>Source:</source>
+        <translation>Источник:</translation>
+    </message>
+    <message>
+        <source>Destination:</source>
+        <translation>Назначение:</translation>
+    </message>
+    <message>
+        <source>Recursively</source>
+        <translation>Рекурсивно</translation>
+    </message>
+    <message>
+        <source>Upload missing files</source>
+        <translation>Загружать отсутствующие файлы</translation>
+    </message>
+    <message>
+        <source>This will upload files from &quot;Source&quot; (PC) directory to the &quot;Destination&quot; (MC) directory whose MD5 sums differ.</source>
+        <translation>Из папки «Источник» (ПК) в папку «Назначение» (плата) будут загружены файлы, у которых различаются суммы MD5.</translation>
+    </message>
+</context>
+<context>
+    <name>Synchronizer</name>
+    <message>
+        <source>Synchronization aborted - file upload failure</source>
+        <translation>Синхронизация прервана: ошибка загрузки файла</translation>
+    </message>
+    <message>
+        <source>Synchronization aborted: the MC is disconnected</source>
+        <translation>Синхронизация прервана: плата отключена</translation>
+    </message>
+    <message>
+        <source>Synchronization failed</source>
+        <translation>Синхронизация не удалась</translation>
+    </message>
+    <message>
+        <source>Syncronization aborted: hash computation failure</source>
+        <translation>Синхронизация прервана: ошибка вычисления хеша</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - destination file is missing</source>
+        <translation>Пропуск %1: файла нет на плате</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - file is not readable</source>
+        <translation>Пропуск %1: файл не читается</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - files are identical</source>
+        <translation>Пропуск %1: файлы совпадают</translation>
+    </message>
+    <message>
+        <source>MC does not support MD5 computation - switched to SHA1</source>
+        <translation>Плата не поддерживает MD5, используется SHA1</translation>
+    </message>
+    <message>
+        <source>Synchronized files from folders %1/ and %2</source>
+        <translation>Синхронизированы файлы папок %1/ и %2</translation>
+    </message>
+</context>
+<context>
+    <name>main</name>
+    <message>
+        <source>Offer this device path in the connection popup.</source>
+        <translation>Предлагать этот путь к устройству в окне подключения.</translation>
+    </message>
+    <message>
+        <source>Tarvel micropython powered boards management utility.</source>
+        <translation>Утилита Tarvel для управления платами на MicroPython.</translation>
+    </message>
+    <message>
+        <source>Reset all settings to their default value.</source>
+        <translation>Сбросить все настройки к значениям по умолчанию.</translation>
+    </message>
+    <message>
+        <source>Set UI language to &lt;lang&gt;.</source>
+        <translation>Выбрать язык интерфейса &lt;lang&gt;.</translation>
+    </message>
 </context>
 </TS>

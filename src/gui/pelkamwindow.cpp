@@ -190,7 +190,7 @@ void PelkamWindow::createMenusAndToolbars()
     saveLog->addAction(a("actionSaveSyslog"));
     file->addSeparator();
     file->addAction(a("actionExit"));
-    QMenu* edit = bar->addMenu(tr("Edit"));
+    QMenu* edit = bar->addMenu(tr("Edit", "menu"));
     edit->setObjectName(QStringLiteral("menuEdit"));
     edit->addAction(a("actionPreferences"));
     edit->addAction(a("actionClear_Syslog"));
