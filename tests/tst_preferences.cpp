@@ -12,8 +12,7 @@ class TestPreferences : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    template <typename T>
-    static T* child(Preferences& p, const char* name)
+    template <typename T> static T* child(Preferences& p, const char* name)
     {
         T* w = p.findChild<T*>(QLatin1String(name));
         if (!w)
@@ -23,11 +22,13 @@ class TestPreferences : public QObject {
     static QStringList state(Preferences& p)
     {
         QStringList out;
-        for (const char* combo : {"global_langCombo", "global_MCClickCombo", "globat_DirStructCombo", "editor_TabsCombo"})
+        for (const char* combo :
+             {"global_langCombo", "global_MCClickCombo", "globat_DirStructCombo", "editor_TabsCombo"})
             out << child<QComboBox>(p, combo)->currentText();
         out << child<QSpinBox>(p, "global_TransferSizeSpin")->text()
             << QString::number(child<QSpinBox>(p, "editor_TabSizeSpin")->value())
-            << child<QLineEdit>(p, "global_STMFolderEdit")->text() << child<QLineEdit>(p, "global_ESPFolderEdit")->text();
+            << child<QLineEdit>(p, "global_STMFolderEdit")->text()
+            << child<QLineEdit>(p, "global_ESPFolderEdit")->text();
         for (const char* box : {"global_MCExecCheck", "editor_AutoIndentCheck", "editor_AutoParentCheck",
                                 "editor_WordWrapCheck", "editor_WhiteSpaceCheck"})
             if (child<QCheckBox>(p, box)->isChecked())

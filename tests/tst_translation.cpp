@@ -114,8 +114,7 @@ private slots:
             english = texts(w);
         }
         QSettings().setValue(QStringLiteral("UI/Language"), QStringLiteral("ru_RU"));
-        const QList<QTranslator*> translators =
-            startup::loadTranslations(*qApp, nullptr, QStringLiteral("lang"));
+        const QList<QTranslator*> translators = startup::loadTranslations(*qApp, nullptr, QStringLiteral("lang"));
         QVERIFY(!translators.isEmpty());
         QMap<QString, QString> russian;
         {

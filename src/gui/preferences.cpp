@@ -21,8 +21,7 @@ constexpr int kTransferDefault = 31; // shown as "Default": any value below 32 m
 constexpr int kTransferMax = 1024;
 constexpr int kAlwaysAsk = 2;
 
-template <typename Widget>
-Widget* named(Widget* widget, const char* name)
+template <typename Widget> Widget* named(Widget* widget, const char* name)
 {
     widget->setObjectName(QString::fromLatin1(name));
     return widget;
@@ -134,14 +133,13 @@ void Preferences::fillLanguages()
     m_language->clear();
     m_language->addItem(tr("System"), QLocale::c());
     QList<QLocale> locales{QLocale(QStringLiteral("en_US"))};
-    for (const QString& file : QDir(QStringLiteral(":/lang/")).entryList({QStringLiteral("*.qm")}, QDir::Files,
-                                                                         QDir::Unsorted)) {
+    for (const QString& file :
+         QDir(QStringLiteral(":/lang/")).entryList({QStringLiteral("*.qm")}, QDir::Files, QDir::Unsorted)) {
         QStringList parts = file.chopped(3).split(QLatin1Char('_'));
         parts.removeFirst();
         locales << QLocale(parts.join(QLatin1Char('_')));
     }
-    std::sort(locales.begin(), locales.end(),
-              [](const QLocale& a, const QLocale& b) { return a.name() < b.name(); });
+    std::sort(locales.begin(), locales.end(), [](const QLocale& a, const QLocale& b) { return a.name() < b.name(); });
     for (const QLocale& locale : qAsConst(locales))
         m_language->addItem(displayName(locale), locale);
 }
@@ -180,8 +178,7 @@ void Preferences::readSettings()
 void Preferences::writeSettings()
 {
     QSettings settings;
-    const QString language =
-        m_language->currentIndex() == 0 ? QString() : m_language->currentData().toLocale().name();
+    const QString language = m_language->currentIndex() == 0 ? QString() : m_language->currentData().toLocale().name();
     const QString stored = settings.value(QStringLiteral("UI/Language")).toString();
     // Deliberately asymmetric: leaving "System" for a language needs no warning.
     if (!stored.isEmpty() && stored != language)

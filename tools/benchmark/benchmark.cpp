@@ -314,40 +314,51 @@ void measureEditor(QTextStream& out)
            QStringLiteral("one typed character in its middle (goal: under 5 ms)"));
 }
 
-void writeReport(const QString& path)
+// Sections of groups not measured in this run, and any other section (such as
+// "## Fuzzing"), are kept from the existing report.
+void writeReport(const QString& path, const QStringList& groups)
 {
-    QString kept;
+    QMap<QString, QString> oldSections;
+    QStringList oldOrder;
     {
         QFile old(path);
         if (old.open(QIODevice::ReadOnly)) {
-            const QString text = QString::fromUtf8(old.readAll());
-            const int at = text.indexOf(QStringLiteral("\n## Fuzzing"));
-            if (at >= 0)
-                kept = text.mid(at);
+            const QStringList parts = QString::fromUtf8(old.readAll()).split(QStringLiteral("\n## "));
+            for (int i = 1; i < parts.size(); ++i) {
+                const QString heading = parts.at(i).section(QLatin1Char('\n'), 0, 0).trimmed();
+                oldSections.insert(heading, QStringLiteral("\n## ") + parts.at(i).trimmed() + QLatin1Char('\n'));
+                oldOrder << heading;
+            }
         }
+    }
+    QMap<QString, QString> fresh;
+    for (const Figure& f : qAsConst(g_figures)) {
+        const QString heading = f.group.at(0).toUpper() + f.group.mid(1);
+        QString& section = fresh[heading];
+        if (section.isEmpty())
+            section = QStringLiteral("\n## %1\n\n| figure | name | value |\n|---|---|---|\n").arg(heading);
+        section += QStringLiteral("| %1 | `%2` | %3 %4 |\n")
+                       .arg(f.meaning, f.name, QString::number(f.value, 'f', f.precision), f.unit);
     }
     QFile report(path);
     if (!report.open(QIODevice::WriteOnly | QIODevice::Truncate))
         return;
     QTextStream md(&report);
     md << "# Performance\n\n"
-       << "Measured on " << QDate::currentDate().toString(Qt::ISODate)
-       << " on the development machine (2 cores), against the virtual board; rerun with\n\n"
-       << "    build/tools/benchmark/pelkam-benchmark --write docs/PERFORMANCE.md\n\n"
+       << "Measured on the development machine (2 cores), against the virtual board, last on "
+       << QDate::currentDate().toString(Qt::ISODate) << "; rerun with\n\n"
+       << "    build/tools/benchmark/pelkam-benchmark [--only GROUP] --write docs/PERFORMANCE.md\n\n"
        << "The ceiling at 115200 baud is the line rate through base64: 115200 / 10 x 3 / 4 = "
        << QString::number(kCeiling, 'f', 0) << " file bytes per second. Small operations are dominated by\n"
        << "the fixed waits of the protocol (the drain after every script paste, 300 ms before the data and\n"
        << "400 ms before the checksum of an upload).\n";
-    QString group;
-    for (const Figure& f : qAsConst(g_figures)) {
-        if (f.group != group) {
-            group = f.group;
-            md << "\n## " << group.at(0).toUpper() << group.mid(1) << "\n\n| figure | name | value |\n|---|---|---|\n";
-        }
-        md << "| " << f.meaning << " | `" << f.name << "` | " << QString::number(f.value, 'f', f.precision) << ' '
-           << f.unit << " |\n";
+    for (const QString& group : groups) {
+        const QString heading = group.at(0).toUpper() + group.mid(1);
+        md << (fresh.contains(heading) ? fresh.value(heading) : oldSections.value(heading));
+        oldOrder.removeAll(heading);
     }
-    md << kept;
+    for (const QString& heading : qAsConst(oldOrder))
+        md << oldSections.value(heading);
 }
 } // namespace
 
@@ -380,6 +391,6 @@ int main(int argc, char* argv[])
     if (wanted("editor"))
         measureEditor(out);
     if (write >= 0 && write + 1 < args.size())
-        writeReport(args.at(write + 1));
+        writeReport(args.at(write + 1), groups);
     return 0;
 }

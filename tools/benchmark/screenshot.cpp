@@ -2,12 +2,15 @@
 // of it; with a folder as second argument, also pictures of the Sync dialog
 // and of the upload question:
 //   pelkam-screenshot OUTPUT.png [DIALOG_DIR]   (run under Xvfb or offscreen)
-// PELKAM_SCREENSHOT_DARK=1 gives the desktop a dark palette first.
+// PELKAM_SCREENSHOT_DARK=1 gives the desktop a dark palette first;
+// PELKAM_SCREENSHOT_LANG=ru_RU shows the interface in that language.
 #include "boardsession.h"
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
+#include "preferences.h"
 #include "remoteedit.h"
+#include "startup.h"
 #include "workflows/fileworkflows.h"
 
 #include <QAction>
@@ -49,6 +52,10 @@ int main(int argc, char* argv[])
     }
     QTemporaryDir settingsDir;
     isolateSettings(settingsDir);
+    if (qEnvironmentVariableIsSet("PELKAM_SCREENSHOT_LANG")) {
+        QSettings().setValue(QStringLiteral("UI/Language"), qEnvironmentVariable("PELKAM_SCREENSHOT_LANG"));
+        startup::loadTranslations(app, nullptr, QStringLiteral("lang"));
+    }
     const QString output = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QStringLiteral("screenshot.png");
     const QString dialogs = argc > 2 ? QString::fromLocal8Bit(argv[2]) : QString();
     BoardSession s(
@@ -90,6 +97,13 @@ int main(int argc, char* argv[])
     if (!window.grab().save(output))
         return 1;
     if (!dialogs.isEmpty()) {
+        {
+            Preferences preferences(&window);
+            preferences.readSettings();
+            preferences.show();
+            waitFor([] { return false; }, 300);
+            preferences.grab().save(dialogs + QStringLiteral("/preferences.png"));
+        }
         grabNextDialog(dialogs + QStringLiteral("/sync-dialog.png"));
         window.action(QStringLiteral("actionSync"))->trigger();
         grabNextDialog(dialogs + QStringLiteral("/upload-question.png"));
