@@ -25,7 +25,6 @@ public:
     void setPcRoot(const QString& path) { m_pcRoot = path; }
     bool editing() const { return m_temp != nullptr; }
     CodeEditor* editor() const { return m_editor; }
-    QString editedPath() const { return m_path; }
 
     void newFile();
     // The Edit action: the board pane's current entry.

@@ -16,10 +16,6 @@ public:
     // A board name that must not become a PC file name.
     static bool isUnsafeName(const QString& name);
 
-    int filesSaved() const { return m_saved; }
-    int filesTotal() const { return m_total; }
-    qint64 bytesSaved() const { return m_bytes; }
-
     static const QString kPartSuffix;
 
 signals:

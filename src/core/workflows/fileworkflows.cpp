@@ -21,6 +21,11 @@ QString FileWorkflows::mcDir() const
     return model ? model->dirPath() : QStringLiteral("/");
 }
 
+MCDirModel* FileWorkflows::idleModel(const QModelIndex& index) const
+{
+    return m_files.busy() || !index.isValid() ? nullptr : m_files.model();
+}
+
 void FileWorkflows::refresh()
 {
     m_files.updateMcDir(mcDir());
@@ -123,8 +128,8 @@ bool FileWorkflows::syncFile(const QString& absolutePath)
 
 FileWorkflows::McActivation FileWorkflows::mcEntryActivated(const QModelIndex& index, const QModelIndex& current)
 {
-    MCDirModel* model = m_files.model();
-    if (m_files.busy() || !model || !index.isValid())
+    MCDirModel* model = idleModel(index);
+    if (!model)
         return Ignored;
     if (model->isDir(index)) {
         const QString name = model->path(index);
@@ -153,8 +158,8 @@ FileWorkflows::McActivation FileWorkflows::mcEntryActivated(const QModelIndex& i
 
 bool FileWorkflows::action_download_core(const QModelIndex& index)
 {
-    MCDirModel* model = m_files.model();
-    if (m_files.busy() || !model || !index.isValid())
+    MCDirModel* model = idleModel(index);
+    if (!model)
         return false;
     const QString name = model->path(index);
     const QString local = m_pcRoot + QLatin1Char('/') + name;
@@ -167,8 +172,8 @@ bool FileWorkflows::action_download_core(const QModelIndex& index)
 
 bool FileWorkflows::removeEntry(const QModelIndex& index)
 {
-    MCDirModel* model = m_files.model();
-    if (m_files.busy() || !model || !index.isValid())
+    MCDirModel* model = idleModel(index);
+    if (!model)
         return false;
     // No confirmation: the reminder is logged and the board's removal decides.
     if (model->isDir(index))
@@ -178,8 +183,8 @@ bool FileWorkflows::removeEntry(const QModelIndex& index)
 
 bool FileWorkflows::action_remove_core(const QModelIndex& index)
 {
-    MCDirModel* model = m_files.model();
-    if (m_files.busy() || !model || !index.isValid())
+    MCDirModel* model = idleModel(index);
+    if (!model)
         return false;
     const BoardBusy hold(m_files);
     if (!m_files.remove(model->fullPath(index), model->isDir(index)))

@@ -4,6 +4,7 @@
 #include <QObject>
 
 class BoardFiles;
+class MCDirModel;
 class PackageInstaller;
 class Prompter;
 class QFileInfo;
@@ -21,7 +22,6 @@ public:
     void setPrompter(Prompter* prompter) { m_prompter = prompter; }
     // The PC pane's folder: relative upload paths and downloads start there.
     void setPcRoot(const QString& path) { m_pcRoot = path; }
-    QString pcRoot() const { return m_pcRoot; }
 
     // A PC file double clicked: package and execute questions, then upload.
     void pcFileActivated(const QFileInfo& file);
@@ -42,6 +42,8 @@ signals:
 
 private:
     QString mcDir() const;
+    // The listing model when idle and the index is a row of it, else null.
+    MCDirModel* idleModel(const QModelIndex& index) const;
     void refresh();
     void log(const QString& text) { emit logLine(text); }
 

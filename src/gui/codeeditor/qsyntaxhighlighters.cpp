@@ -8,7 +8,6 @@ const QString kTypeDefinition = QStringLiteral("\\b([A-Za-z0-9_]+)\\s+[A-Za-z]{1
 
 QPythonHighlighter::QPythonHighlighter(QTextDocument* document) : QStyleSyntaxHighlighter(document)
 {
-    m_include = QRegularExpression(); // "import" is a keyword already
     m_function = QRegularExpression(QStringLiteral("\\b([A-Za-z0-9_]+(?:\\.))*([A-Za-z0-9_]+)(?=\\()"));
     m_typeDefinition = QRegularExpression(kTypeDefinition);
     addLanguage(QStringLiteral(":/languages/python.xml"));
