@@ -4,6 +4,7 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
 
 #include <csignal>
 
@@ -11,6 +12,16 @@ namespace {
 constexpr int kStartTimeoutMs = 15000;
 constexpr int kDumpTimeoutMs = 10000;
 } // namespace
+
+QStringList VirtualBoard::rudeArgs()
+{
+    // A failure on a fragmented board is replayed with the seed it printed.
+    bool fixed = false;
+    const int seed = qEnvironmentVariableIntValue("PELKAM_BOARD_SEED", &fixed);
+    const int used = fixed ? seed : static_cast<int>(QRandomGenerator::global()->bounded(1 << 30));
+    qInfo("virtual board: --lf-enter --fragment %d (PELKAM_BOARD_SEED=%d replays it)", used, used);
+    return {QStringLiteral("--lf-enter"), QStringLiteral("--fragment"), QString::number(used)};
+}
 
 QString VirtualBoard::sourceDir()
 {
@@ -38,7 +49,10 @@ VirtualBoard::VirtualBoard(const QString& flavour, const QStringList& extraArgs,
                      QStringLiteral("--dump"),    m_dir.filePath(QStringLiteral("dump"))};
     if (!extraArgs.contains(QStringLiteral("--seed")))
         args << QStringLiteral("--seed") << seedDir();
-    args << extraArgs;
+    QStringList rest = extraArgs;
+    if (!rest.removeAll(QStringLiteral("--polite")))
+        args << rudeArgs();
+    args << rest;
     m_process.setProcessChannelMode(QProcess::SeparateChannels);
     m_process.start(sourceDir() + QStringLiteral("/tools/virtual-board/virtual-board"), args);
     QElapsedTimer timer;

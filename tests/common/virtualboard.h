@@ -6,7 +6,9 @@
 #include <QTemporaryDir>
 
 // Starts tools/virtual-board for one test: a real MicroPython interpreter on
-// a pseudo-terminal. Every test gets its own board.
+// a pseudo-terminal. Every test gets its own board, as rude as real hardware
+// (LF taken as a second Enter, output fragmented at random) unless extraArgs
+// holds "--polite".
 class VirtualBoard {
 public:
     // seedFiles: board files (relative path -> content; a trailing "/" makes a folder).
@@ -23,6 +25,7 @@ public:
     void stop();
 
     static QString sourceDir();
+    static QStringList rudeArgs();
 
 private:
     QString seedDir() const;

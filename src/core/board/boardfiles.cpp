@@ -37,6 +37,9 @@ constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
 
 const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
+// The raw REPL's first answer to anything ended by Ctrl-D.
+const QByteArray kRawAccepted = QByteArrayLiteral("OK");
+const QByteArray kPasteBanner = QByteArrayLiteral("paste mode; Ctrl-C to cancel, Ctrl-D to finish");
 
 QString hexUpper(const QByteArray& bytes)
 {
@@ -152,7 +155,7 @@ bool BoardFiles::upload_script(const QString& path)
         return false;
     if (!m_link.to_raw())
         return false;
-    if (!m_link.tranceive(script + kCtrlD, kScriptTimeoutMs, false)) {
+    if (!m_link.tranceive(script + kCtrlD, kScriptTimeoutMs, false, kRawAccepted)) {
         log(tr("Cannot upload script %1").arg(path));
         return false;
     }
@@ -447,7 +450,7 @@ bool BoardFiles::remove(const QString& path, bool isDir)
         return false;
     const QString call =
         QStringLiteral("%1(%2)").arg(isDir ? QStringLiteral("_rmd") : QStringLiteral("_rm"), pyString(path));
-    if (!m_link.tranceive(call.toLatin1() + kCtrlD, kRemoveTimeoutMs))
+    if (!m_link.tranceive(call.toLatin1() + kCtrlD, kRemoveTimeoutMs, true, kRawAccepted))
         return false;
     QByteArray reply;
     QElapsedTimer grace;
@@ -492,7 +495,7 @@ bool BoardFiles::mc_mkdir(QString path)
     for (int pos = path.indexOf(QLatin1Char('/'), 2); pos >= 0; pos = path.indexOf(QLatin1Char('/'), pos + 1)) {
         const QString prefix = path.left(pos);
         log(tr("Creating dir %1").arg(prefix));
-        if (!m_link.tranceive(substituteDir(paste, prefix).toLatin1() + "\r\n", kMkdirTimeoutMs))
+        if (!m_link.tranceive(substituteDir(paste, prefix).toLatin1() + "\r\n", kMkdirTimeoutMs, true, kPasteBanner))
             return false;
     }
     m_link.drain();
@@ -509,7 +512,7 @@ bool BoardFiles::mc_direxists(const QString& path)
     if (!upload_script(script) || !m_link.to_repl())
         return false;
     const QString call = QStringLiteral("print(_direxists(%1))").arg(pyString(path));
-    if (!m_link.tranceive(call.toLatin1() + "\r\n", kDirExistsTimeoutMs))
+    if (!m_link.replCommand(call.toLatin1(), kDirExistsTimeoutMs))
         return false;
     while (m_link.hasReply()) {
         const QByteArray line = m_link.takeReply().trimmed();
@@ -525,7 +528,7 @@ QByteArray BoardFiles::mc_file_hash(const QString& path)
 {
     const BoardBusy scope(*this);
     const QString call = QStringLiteral("_hash(%1)").arg(pyString(path));
-    if (!m_link.tranceive(call.toLatin1() + "\r\n", kHashTimeoutMs) || !m_link.hasReply())
+    if (!m_link.replCommand(call.toLatin1(), kHashTimeoutMs) || !m_link.hasReply())
         return {};
     while (m_link.hasReply()) {
         const QByteArray line = m_link.takeReply().trimmed();
@@ -559,7 +562,7 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
                                            "os.ilistdir($dir) if item[1]==0x4000]))"));
     else
         return {};
-    if (!m_link.tranceive(substituteDir(command, dir).toLatin1() + "\r\n", kListTimeoutMs))
+    if (!m_link.replCommand(substituteDir(command, dir).toLatin1(), kListTimeoutMs))
         return {};
     QByteArray line;
     bool found = false;
@@ -598,7 +601,7 @@ void BoardFiles::updateMcDir(QString path)
     if (m_model)
         m_model->appendExt(files, false, QStringLiteral("n"), QStringLiteral("s"));
     const QString chdir = QStringLiteral("import os; os.chdir(%1)").arg(pyString(path));
-    if (!m_link.tranceive(chdir.toLatin1() + "\r\n", kChdirTimeoutMs))
+    if (!m_link.replCommand(chdir.toLatin1(), kChdirTimeoutMs))
         log(tr("Cannot change directory to %1").arg(path));
     m_link.drain();
 }
@@ -619,7 +622,7 @@ QHash<QString, QString> BoardFiles::mc_uname()
     const BoardBusy scope(*this);
     QHash<QString, QString> info;
     const QString command = settingOr(QStringLiteral("PY/uname"), QStringLiteral("import os;print(os.uname())"));
-    if (!m_link.tranceive(command.toLatin1() + "\r\n", kUnameTimeoutMs) || !m_link.hasReply())
+    if (!m_link.replCommand(command.toLatin1(), kUnameTimeoutMs) || !m_link.hasReply())
         return info;
     while (m_link.hasReply()) {
         const QString line = QString::fromUtf8(m_link.takeReply());

@@ -14,6 +14,7 @@ constexpr char kCtrlC = 0x03; // keyboard interrupt
 const QByteArray kPrompt = QByteArrayLiteral(">>> ");
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 const QByteArray kRawEnd = QByteArrayLiteral(">");
+const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
 
 const QByteArray kLaunchCommand = QByteArrayLiteral("import machine; machine.reset()\r\n");
 const QByteArray kResetCommand = QByteArrayLiteral("import machine; machine.reset(1)\r\n");
@@ -115,16 +116,27 @@ bool BoardLink::qWait(int ms)
     return waitLoop(ms, false, false) != Closed;
 }
 
-bool BoardLink::tranceive(const QByteArray& data, int timeoutMs, bool chunked)
+bool BoardLink::tranceive(const QByteArray& data, int timeoutMs, bool chunked, const QByteArray& expect)
 {
     processQueue();
-    if (chunked) {
-        if (!write(data))
-            return false;
-    } else if (!m_port.isOpen() || m_port.write(data) != data.size() || !m_port.flush()) {
-        return false;
-    }
-    return waitLoop(timeoutMs, false, true) == 0;
+    m_expect = expect;
+    const quint64 eodsBefore = m_eods;
+    bool sent = false;
+    if (chunked)
+        sent = write(data);
+    else
+        sent = m_port.isOpen() && m_port.write(data) == data.size() && m_port.flush();
+    // A chunked write waits between chunks, so the whole expected reply may
+    // be in before the wait below starts.
+    const bool answered = !expect.isEmpty() && m_expect.isEmpty() && m_eods != eodsBefore;
+    const bool ok = sent && (answered || waitLoop(timeoutMs, false, true) == 0);
+    m_expect.clear();
+    return ok;
+}
+
+bool BoardLink::replCommand(const QByteArray& line, int timeoutMs)
+{
+    return tranceive(line + kLineEnd, timeoutMs, true, line);
 }
 
 bool BoardLink::awaitEod(int timeoutMs)
@@ -154,25 +166,50 @@ void BoardLink::io_ready()
     }
 }
 
+void BoardLink::signalEod()
+{
+    ++m_eods;
+    emit eod();
+}
+
+bool BoardLink::takePiece(const QByteArray& piece)
+{
+    if (!m_expect.isEmpty()) {
+        const bool expected = m_state == MC_RAW ? piece.contains(m_expect) : piece.endsWith(m_expect);
+        if (!expected) {
+            // A prompt, line end or status left over from an earlier exchange
+            // (a board that takes LF as a second Enter answers twice).
+            QByteArray text = piece;
+            for (const char c : {'\r', '\n', '\x04', '>', ' '})
+                text.replace(c, QByteArray());
+            if (!text.isEmpty())
+                appendLine(piece);
+            return false;
+        }
+        m_expect.clear();
+    }
+    m_queue.append(piece);
+    return true;
+}
+
 void BoardLink::bufferSplitBy(const QByteArray& sep)
 {
     int from = 0;
     bool cut = false;
     for (int at = m_buffer.indexOf(sep, from); at >= 0; at = m_buffer.indexOf(sep, from)) {
         const QByteArray piece = m_buffer.mid(from, at - from);
-        m_queue.append(piece);
         cut = true;
         from = at + sep.size();
-        if (m_state == MC_RAW || (m_state == MC_REPL && piece == kPrompt))
-            emit eod();
+        if (takePiece(piece) && (m_state == MC_RAW || (m_state == MC_REPL && piece == kPrompt)))
+            signalEod();
     }
     if (cut)
         m_buffer = m_buffer.mid(from);
     if (m_state == MC_REPL && m_buffer == kPrompt) {
         // The prompt arrives without a line end.
-        m_queue.append(kPrompt);
         m_buffer.clear();
-        emit eod();
+        if (takePiece(kPrompt))
+            signalEod();
     }
 }
 
@@ -269,7 +306,7 @@ bool BoardLink::to_raw()
     if (s == MC_RAW)
         return true;
     setState(MC_RAW);
-    if (tranceive(QByteArray(1, kCtrlA), kReplTimeoutMs)) {
+    if (tranceive(QByteArray(1, kCtrlA), kReplTimeoutMs, true, kRawBanner)) {
         emit logLine(QStringLiteral("RAW REPL initialized")); // deliberately untranslated
         return true;
     }

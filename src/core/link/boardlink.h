@@ -34,8 +34,15 @@ public:
 
     bool write(const QByteArray& data);
     // Sends data and waits for the end of the reply (eod) at most timeoutMs.
-    // Unchunked sends everything in one write (script pastes).
-    bool tranceive(const QByteArray& data, int timeoutMs, bool chunked = true);
+    // Unchunked sends everything in one write (script pastes). With expect
+    // set, the reply must first show it (in the REPL: a line ending with it,
+    // such as the echo of the command; in the raw REPL: a chunk containing
+    // it): whatever comes before is the tail of an earlier exchange, so it
+    // neither ends this one nor reaches the caller.
+    bool tranceive(const QByteArray& data, int timeoutMs, bool chunked = true, const QByteArray& expect = {});
+    // One line typed into the ordinary REPL: sends it with "\r\n" and waits
+    // for the prompt that follows its echo.
+    bool replCommand(const QByteArray& line, int timeoutMs);
     // Waits for the next end of reply without sending.
     bool awaitEod(int timeoutMs);
     void processQueue();
@@ -106,12 +113,17 @@ private:
     int waitLoop(int ms, bool endOnData, bool endOnEod);
     void drainQueue();
     void appendLine(const QByteArray& line);
+    // Queues one cut piece; false when it was stale input and was dropped.
+    bool takePiece(const QByteArray& piece);
+    void signalEod();
 
     QSerialPort m_port;
     MC_STATE m_state = MC_UNKNOWN;
     MC_TYPES m_type = MC_STM32;
     QByteArray m_buffer;
     QList<QByteArray> m_queue;
+    QByteArray m_expect; // what the exchange in flight waits to see first
+    quint64 m_eods = 0;
     quint64 m_bytesReceived = 0;
 
     PortSettings m_settings;

@@ -181,7 +181,9 @@ if _cfg.flavour == "stm32":
             return False
 
     pyb = _Module("pyb")
-    pyb.FlashWriter = _FlashWriter
+    # Upstream MicroPython's pyb has no FlashWriter; some vendor builds add it.
+    if not _cfg.stockPyb:
+        pyb.FlashWriter = _FlashWriter
     pyb.hard_reset = machine.reset
     pyb.delay = time.sleep_ms
     pyb.millis = _time.ticks_ms

@@ -26,6 +26,12 @@ const USAGE = `usage: virtual-board [options]
   --uname KEY=VALUE       override a field of os.uname() (sysname, nodename,
                           release, version, machine); may repeat
   --heap BYTES            MicroPython heap size (default 262144)
+  --lf-enter              the friendly REPL takes LF as a second Enter, as the
+                          unix port does ("\r\n" gives two prompts)
+  --stock-pyb             STM32: pyb as upstream MicroPython has it (no FlashWriter)
+  --fragment SEED         cut board output into pieces of random size (1 byte
+                          up) with random gaps, replayable by SEED
+  --max-gap MS            longest gap between fragments (default 25)
 faults (byte positions count from 0, after --arm-on has been seen if given):
   --arm-on TEXT           start counting fault positions after the PC sent TEXT
   --drop-rx N             drop the connection for good after N bytes from the PC
@@ -55,6 +61,10 @@ function parseArgs(argv) {
     flipTx: -1,
     muteAfter: -1,
     latency: 0,
+    lfEnter: false,
+    stockPyb: false,
+    fragment: -1,
+    maxGap: 25,
   };
   const num = (v, name) => {
     const n = Number(v);
@@ -85,6 +95,10 @@ function parseArgs(argv) {
       case "--flip-tx": o.flipTx = num(v(), a); break;
       case "--mute-after": o.muteAfter = num(v(), a); break;
       case "--latency": o.latency = num(v(), a); break;
+      case "--lf-enter": o.lfEnter = true; break;
+      case "--stock-pyb": o.stockPyb = true; break;
+      case "--fragment": o.fragment = num(v(), a); break;
+      case "--max-gap": o.maxGap = num(v(), a); break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
       default: fail(`unknown option ${a}`);
     }
@@ -159,6 +173,55 @@ class Pacer {
   }
 }
 
+// A small seeded generator (mulberry32): the same seed cuts the same way.
+function seededRandom(seed) {
+  let a = seed >>> 0;
+  return () => {
+    a = (a + 0x6d2b79f5) >>> 0;
+    let t = a;
+    t = Math.imul(t ^ (t >>> 15), t | 1);
+    t ^= t + Math.imul(t ^ (t >>> 7), t | 61);
+    return ((t ^ (t >>> 14)) >>> 0) / 4294967296;
+  };
+}
+
+// Delivers bytes in pieces of random size with random gaps, as a USB-serial
+// bridge, a slow host or a loaded machine does. Order is kept.
+class Fragmenter {
+  constructor(seed, maxGap, sink) {
+    this.random = seed >= 0 ? seededRandom(seed) : null;
+    this.maxGap = maxGap;
+    this.sink = sink;
+    this.queue = [];
+    this.timer = null;
+  }
+  push(buf) {
+    if (buf.length === 0) return;
+    if (!this.random) return this.sink(buf);
+    this.queue.push(Buffer.from(buf));
+    if (!this.timer) this.pump();
+  }
+  pump() {
+    this.timer = null;
+    if (!this.queue.length) return;
+    // Mostly small pieces, now and then a long one; a third of them follow at once.
+    const r = this.random();
+    const n = 1 + Math.floor(r * r * r * 256);
+    const head = this.queue[0];
+    this.sink(head.subarray(0, n));
+    if (n >= head.length) this.queue.shift();
+    else this.queue[0] = head.subarray(n);
+    if (!this.queue.length) return;
+    const gap = this.random() < 0.33 ? 0 : Math.floor(this.random() * (this.maxGap + 1));
+    this.timer = setTimeout(() => this.pump(), gap);
+  }
+  clear() {
+    this.queue = [];
+    if (this.timer) clearTimeout(this.timer);
+    this.timer = null;
+  }
+}
+
 // Counts the bytes of one direction and applies that direction's faults.
 class FaultStream {
   constructor(flip, drop, mute) {
@@ -207,9 +270,10 @@ function pushInput(buf) {
 }
 
 const toBoard = new Pacer(opts.baud, (buf) => pushInput(buf));
-const toPc = new Pacer(opts.baud, (buf) => {
+const toRelay = new Fragmenter(opts.fragment, opts.maxGap, (buf) => {
   if (board && board.relay && board.relay.stdin.writable) board.relay.stdin.write(buf);
 });
+const toPc = new Pacer(opts.baud, (buf) => toRelay.push(buf));
 
 function onPcBytes(buf) {
   if (!armed) {
@@ -263,7 +327,10 @@ async function startBoard() {
   const ring = new Uint8Array(ringBuffer);
   const worker = new Worker(path.join(here, "worker.mjs"), {
     workerData: {
-      config: { flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump },
+      config: {
+        flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump,
+        lfEnter: opts.lfEnter, stockPyb: opts.stockPyb,
+      },
       snapshot,
       ctlBuffer,
       ringBuffer,
@@ -301,6 +368,7 @@ async function stopBoard() {
   board = null;
   toBoard.clear();
   toPc.clear();
+  toRelay.clear();
   if (relay) {
     const gone = new Promise((r) => relay.once("exit", r));
     relay.kill("SIGTERM");

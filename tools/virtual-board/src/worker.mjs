@@ -13,6 +13,10 @@ import { CTL, RING_SIZE, snapshotTree, restoreTree, writeTreeToHost } from "./fs
 const kCtrlA = 0x01; // raw REPL
 const kCtrlB = 0x02; // friendly REPL
 const kCtrlC = 0x03; // interrupt
+const kCtrlD = 0x04; // end of paste
+const kCtrlE = 0x05; // paste mode
+const kCR = 0x0d;
+const kLF = 0x0a;
 const kForcedExit = 0x100; // pyexec's "soft reset requested"
 const kFlushIntervalMs = 10;
 
@@ -27,6 +31,7 @@ let mp = null;
 let interruptPending = false;
 let scannedTo = 0;
 let rawMode = false;
+let pasteMode = false;
 let softResetRequested = false;
 let executing = false; // Python code runs (as opposed to the REPL waiting for input)
 const out = new Uint8Array(1 << 16);
@@ -156,6 +161,7 @@ globalThis.vbConfig = {
   flavour: config.flavour,
   entries: config.entries,
   hash: config.hash,
+  stockPyb: !!config.stockPyb,
   ...config.uname,
 };
 globalThis.vbHost = {
@@ -212,6 +218,10 @@ async function softReset() {
 function feed(byte) {
   if (byte === kCtrlA) rawMode = true;
   else if (byte === kCtrlB) rawMode = false;
+  if (!rawMode && byte === kCtrlE) pasteMode = true;
+  else if (byte === kCtrlD || byte === kCtrlC) pasteMode = false;
+  // The unix port reads a typed LF as Enter too.
+  if (config.lfEnter && byte === kLF && !rawMode && !pasteMode) byte = kCR;
   executing = true;
   const result = mp.replProcessChar(byte);
   executing = false;
