@@ -80,7 +80,18 @@ private slots:
             p.readSettings();
             child<QComboBox>(p, "global_MCClickCombo")->setCurrentIndex(1);
             child<QComboBox>(p, "globat_DirStructCombo")->setCurrentIndex(0);
-            child<QSpinBox>(p, "global_TransferSizeSpin")->setValue(256);
+            // Only chunk sizes the board script takes are offered; typed ones are rounded down.
+            auto* spin = child<QSpinBox>(p, "global_TransferSizeSpin");
+            QStringList offered;
+            for (int step = 0; step < 7; ++step) {
+                spin->stepBy(1);
+                offered << spin->text();
+            }
+            QCOMPARE(offered, QStringList({"32", "64", "128", "256", "512", "1024", "1024"}));
+            spin->findChild<QLineEdit*>()->setText(QStringLiteral("1000"));
+            spin->interpretText();
+            QCOMPARE(spin->value(), 512);
+            spin->stepBy(-1);
             child<QLineEdit>(p, "global_STMFolderEdit")->setText(QStringLiteral("/sd/app"));
             child<QComboBox>(p, "editor_TabsCombo")->setCurrentIndex(1);
             child<QCheckBox>(p, "editor_AutoIndentCheck")->setChecked(true);

@@ -1,5 +1,6 @@
 #include "preferences.h"
 
+#include "link/boardlink.h"
 #include "widgetprompter.h"
 
 #include <QCheckBox>
@@ -26,6 +27,33 @@ template <typename Widget> Widget* named(Widget* widget, const char* name)
     widget->setObjectName(QString::fromLatin1(name));
     return widget;
 }
+
+// Offers "Default" and the chunk sizes the board script takes (32 to 1024,
+// powers of two); a typed value is rounded down to one of them.
+class ChunkSizeSpin : public QSpinBox {
+public:
+    using QSpinBox::QSpinBox;
+    void stepBy(int steps) override
+    {
+        int v = value();
+        for (; steps > 0; --steps)
+            v = v < 32 ? 32 : qMin(v * 2, kTransferMax);
+        for (; steps < 0; ++steps)
+            v = v <= 32 ? kTransferDefault : v / 2;
+        setValue(v);
+    }
+
+protected:
+    int valueFromText(const QString& text) const override
+    {
+        const int typed = QSpinBox::valueFromText(text);
+        return typed <= kTransferDefault ? kTransferDefault : BoardLink::safeTransferSize(typed);
+    }
+    void fixup(QString& input) const override
+    {
+        input = textFromValue(valueFromText(input));
+    }
+};
 
 QString displayName(const QLocale& locale)
 {
@@ -74,7 +102,7 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
 
     auto* transfer = named(new QGroupBox(tr("Transfer"), global), "groupBox_2");
     auto* transferForm = new QFormLayout(transfer);
-    m_transferSize = named(new QSpinBox(transfer), "global_TransferSizeSpin");
+    m_transferSize = named(new ChunkSizeSpin(transfer), "global_TransferSizeSpin");
     m_transferSize->setRange(kTransferDefault, kTransferMax);
     m_transferSize->setValue(kTransferDefault);
     m_transferSize->setSpecialValueText(tr("Default"));
@@ -160,7 +188,8 @@ void Preferences::readSettings()
 
     m_clickAction->setCurrentIndex(
         settings.value(QStringLiteral("MC/ClickAction")).toString() == QLatin1String("download") ? 1 : 0);
-    m_transferSize->setValue(settings.value(QStringLiteral("MC/TransferSize"), 0).toInt());
+    const int chunk = settings.value(QStringLiteral("MC/TransferSize"), 0).toInt();
+    m_transferSize->setValue(chunk <= kTransferDefault ? kTransferDefault : BoardLink::safeTransferSize(chunk));
     const int subDirs = settings.value(QStringLiteral("MC/SubDirsSel"), kAlwaysAsk).toInt();
     m_dirStructure->setCurrentIndex(subDirs >= 0 && subDirs < m_dirStructure->count() ? subDirs : kAlwaysAsk);
     m_suggestExecute->setChecked(settings.value(QStringLiteral("MC/SuggestExecute"), false).toBool());

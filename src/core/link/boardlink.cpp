@@ -34,6 +34,7 @@ constexpr int kReconnectStepMs = 100;
 constexpr int kInfoDelayMs = 200;
 constexpr int kMinTransferSize = 32;
 constexpr int kDefaultTransferSize = 512;
+constexpr int kMaxTransferSize = 1024;
 // WriteError, ReadError, ResourceError, TimeoutError and NotOpenError.
 constexpr unsigned kFatalErrorMask = 0x3380;
 } // namespace
@@ -68,10 +69,21 @@ void BoardLink::setState(MC_STATE s)
     emit stateChanged(s);
 }
 
+int BoardLink::safeTransferSize(int size)
+{
+    if (size < kMinTransferSize)
+        return kDefaultTransferSize;
+    // The upload script buffers 1024 base64 bytes before it decodes them, so
+    // only sizes that add up to exactly 1024 work: powers of two up to it.
+    int safe = kMinTransferSize;
+    while (safe * 2 <= qMin(size, kMaxTransferSize))
+        safe *= 2;
+    return safe;
+}
+
 int BoardLink::transferSize()
 {
-    const int size = QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt();
-    return size < kMinTransferSize ? kDefaultTransferSize : size;
+    return safeTransferSize(QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt());
 }
 
 bool BoardLink::write(const QByteArray& data)

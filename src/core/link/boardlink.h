@@ -62,8 +62,10 @@ public:
     void clearQueue() { m_queue.clear(); }
     QByteArray pendingBuffer() const { return m_buffer; }
     void clearBuffer() { m_buffer.clear(); }
-    // The chunk size of writes and uploads: "MC/TransferSize", below 32 means 512.
+    // The chunk size of writes and uploads: "MC/TransferSize", below 32 means
+    // 512, any other value rounded down to a size the board script can take.
     static int transferSize();
+    static int safeTransferSize(int size);
 
     // REPL control
     bool to_repl();
