@@ -167,6 +167,25 @@ void TestCodeEditor::editorKeys()
     QCOMPARE(code->completer()->currentCompletion(), QStringLiteral("print"));
     QTest::keyClick(code->completer()->popup(), Qt::Key_Return);
     QCOMPARE(code->toPlainText(), QStringLiteral("print"));
+    // A completed bracket ends the word: the popup closes, Return is a Return.
+    code->setAutoParentheses(true);
+    code->clear();
+    QTest::keyClicks(code, QStringLiteral("pr"));
+    QVERIFY(code->completer()->popup()->isVisible());
+    QTest::keyClick(code, '(');
+    QVERIFY(!code->completer()->popup()->isVisible());
+    QTest::keyClick(code, Qt::Key_Return);
+    QCOMPARE(code->toPlainText(), QStringLiteral("pr(\n)"));
+    // A second file in the same dialog must not keep the first one's
+    // completer and highlighter once they are deleted.
+    dialog.load(QStringLiteral("notes.txt"), QByteArray("plain"));
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QVERIFY(!code->completer());
+    QTest::keyClicks(code, QStringLiteral("ab"));
+    dialog.load(QStringLiteral("b.py"), QByteArray());
+    QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    QTest::keyClicks(code, QStringLiteral("pr"));
+    QVERIFY(code->completer()->popup()->isVisible());
 }
 
 void TestCodeEditor::detection_data()

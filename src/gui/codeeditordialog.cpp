@@ -95,10 +95,13 @@ bool CodeEditor::load(const QString& name, const QByteArray& data)
     setWindowTitle(name);
     m_editor->setHighlighter(nullptr);
     m_editor->setCompleter(nullptr);
+    // Deleted later, so forget them now: the next file must not take them up again.
     if (m_completer)
         m_completer->deleteLater();
     if (m_highlighter)
         m_highlighter->deleteLater();
+    m_completer = nullptr;
+    m_highlighter = nullptr;
     m_name = name;
     if (EditRules::isBinary(data)) {
         m_editor->setPlainText(EditRules::formatBinary(data));

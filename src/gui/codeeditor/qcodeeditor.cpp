@@ -235,8 +235,12 @@ void QCodeEditor::keyPressEvent(QKeyEvent* event)
         cursor.removeSelectedText();
         return;
     }
-    if (m_autoParentheses && handleParentheses(event))
+    if (m_autoParentheses && handleParentheses(event)) {
+        // A completed bracket or quote ends the word like any other.
+        if (m_completer)
+            complete(event, false);
         return;
+    }
     QTextEdit::keyPressEvent(event);
     if (m_autoIndentation && isReturn)
         insertPlainText(indent);
