@@ -6,6 +6,7 @@
 #include "remoteedit.h"
 
 #include <QAction>
+#include <QSerialPortInfo>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -20,6 +21,7 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
+#include <QSerialPortInfo>
 #include <QtTest>
 
 class TestMainWindow : public QObject {
@@ -128,6 +130,17 @@ private slots:
             QVERIFY(!w.action(QStringLiteral("actionMonitor_Only"))->isChecked());
             w.action(QStringLiteral("actionMonitor_Only"))->setChecked(true);
             w.writeSettings();
+            // Typing a path letter by letter: the "/" after a folder name stays.
+            QDir(m_dir.path()).mkpath(QStringLiteral("sub"));
+            auto* folder = w.findChild<QLineEdit*>(QStringLiteral("pcFolderEdit"));
+            w.findChild<QWidget*>(QStringLiteral("fileSystemGroup"))->setEnabled(true);
+            folder->clear();
+            QTest::keyClicks(folder, m_dir.path() + QStringLiteral("/sub/"));
+            QCOMPARE(folder->text(), m_dir.path() + QStringLiteral("/sub/"));
+            QCOMPARE(QSettings().value(QStringLiteral("UI/Dir")).toString(), m_dir.path() + QStringLiteral("/sub"));
+            ScriptedPrompter* prompter = script(w);
+            QMetaObject::invokeMethod(&w, "on_pcFolderSelTool_clicked");
+            QCOMPARE(prompter->questions, QStringList{"Select Directory"});
             w.setupLocalDir(QDir::tempPath());
             QVERIFY(w.close());
         }
@@ -250,6 +263,8 @@ private slots:
 
     void connectionPopup()
     {
+        const QString device = m_dir.filePath(QStringLiteral("my-board"));
+        QFile(device).open(QIODevice::WriteOnly);
         QSettings().setValue(QStringLiteral("UI/MC"), 1);
         QSettings().setValue(QStringLiteral("UI/Baud"), QStringLiteral("57600"));
         {
@@ -262,7 +277,10 @@ private slots:
             ports->clear();
             ports->setEditText(QString());
             QVERIFY(!apply->isEnabled());
-            ports->setEditText(QStringLiteral("/tmp/my-board"));
+            // No port found: only a typed path to an existing device opens.
+            ports->setEditText(QStringLiteral("/tmp/no-such-board"));
+            QVERIFY(!apply->isEnabled());
+            ports->setEditText(device);
             QVERIFY(apply->isEnabled());
             // Dismissing the popup emits done() but applies nothing.
             QSignalSpy done(&popup, &ConnectionPopup::done);
@@ -276,10 +294,14 @@ private slots:
             QCOMPARE(done.count(), 2);
             popup.writeSettings();
         }
-        QCOMPARE(QSettings().value(QStringLiteral("UI/Port")).toString(), QStringLiteral("/tmp/my-board"));
+        QCOMPARE(QSettings().value(QStringLiteral("UI/Port")).toString(), device);
         ConnectionPopup popup;
         popup.readSettings();
-        QCOMPARE(popup.port(), QStringLiteral("/tmp/my-board"));
+        QCOMPARE(popup.port(), device);
+        // A remembered board that is gone: the first listed port instead.
+        QSettings().setValue(QStringLiteral("UI/Port"), QStringLiteral("/tmp/no-such-board"));
+        popup.readSettings();
+        QCOMPARE(popup.port(), QSerialPortInfo::availablePorts().value(0).portName());
         ConnectionPopup offered;
         offered.setOfferedPort(QStringLiteral("/tmp/virtual"));
         offered.readSettings();

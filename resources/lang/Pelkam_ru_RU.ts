@@ -684,7 +684,7 @@ If not, it will be uploaded to
         <translation>Сторонние компоненты:</translation>
     </message>
     <message>
-        <source>Select a directory</source>
+        <source>Select Directory</source>
         <translation>Выбор папки</translation>
     </message>
     <message>

@@ -7,6 +7,7 @@
 #include <QLineEdit>
 #include <QSerialPort>
 #include <QSerialPortInfo>
+#include <QFileInfo>
 #include <QSettings>
 #include <QToolButton>
 
@@ -66,6 +67,9 @@ void ConnectionPopup::readSettings()
     if (!m_offered.isEmpty() && m_portsCombo->findText(m_offered) < 0)
         m_portsCombo->addItem(m_offered, QString());
     QString text = settings.value(QStringLiteral("UI/Port"), m_portsCombo->itemText(0)).toString();
+    // A remembered board that is gone is not offered as if it were there.
+    if (m_portsCombo->findText(text) < 0 && !isDevicePath(text))
+        text = m_portsCombo->itemText(0);
     if (!m_offered.isEmpty())
         text = m_offered;
     const int index = m_portsCombo->findText(text);
@@ -127,7 +131,13 @@ void ConnectionPopup::closeEvent(QCloseEvent* event)
     emit done();
 }
 
+bool ConnectionPopup::isDevicePath(const QString& text)
+{
+    return text.startsWith(QLatin1Char('/')) && QFileInfo::exists(text) && !QFileInfo(text).isDir();
+}
+
 void ConnectionPopup::updateApply()
 {
-    m_applyButton->setEnabled(m_portsCombo->count() > 0 || !port().isEmpty());
+    // Typed paths (pseudo-terminals, socat, ser2net) count once they exist.
+    m_applyButton->setEnabled(m_portsCombo->count() > 0 || isDevicePath(port()));
 }

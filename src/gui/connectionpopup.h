@@ -34,6 +34,7 @@ protected:
 
 private:
     void updateApply();
+    static bool isDevicePath(const QString& text);
 
     QComboBox* m_mcCombo;
     QComboBox* m_portsCombo;

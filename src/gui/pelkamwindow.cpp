@@ -384,7 +384,9 @@ void PelkamWindow::setupLocalDir(const QString& path)
 {
     if (m_settings.value(QStringLiteral("UI/Dir")).toString() != path)
         m_settings.setValue(QStringLiteral("UI/Dir"), path);
-    {
+    // While the user types, the text stays theirs: "/tmp/" must not become
+    // "/tmp" under the cursor before the next letter arrives.
+    if (QDir::cleanPath(m_pcFolderEdit->text()) != path) {
         const QSignalBlocker blocker(m_pcFolderEdit);
         m_pcFolderEdit->setText(path);
     }
@@ -528,7 +530,7 @@ void PelkamWindow::on_pcFolderEdit_textChanged(const QString& text)
 
 void PelkamWindow::on_pcFolderSelTool_clicked()
 {
-    const QString dir = m_prompter->existingDirectory(tr("Select a directory"), m_pcFolderEdit->text());
+    const QString dir = m_prompter->existingDirectory(tr("Select Directory"), m_pcFolderEdit->text());
     if (!dir.isEmpty())
         setupLocalDir(dir);
 }
