@@ -154,6 +154,7 @@ void TestPackages::paxRecords_data()
     QTest::newRow("three") << QByteArray("15 board=esp32\n13 mod=wroom\n17 comment=hello\n")
                            << "board=esp32;comment=hello;mod=wroom";
     QTest::newRow("record without =") << QByteArray("14 comment=ok\n11 nokey!!\n8 mod=x\n") << "comment=ok;mod=x";
+    QTest::newRow("value over two lines") << QByteArray("29 comment=line one\nline two\n") << "comment=line one\nline two";
     QTest::newRow("later replaces") << QByteArray("8 a=one\n8 a=two\n") << "a=two";
     QTest::newRow("value with =") << QByteArray("10 k=a=b=\n") << "k=a=b=";
     QTest::newRow("zero length stops") << QByteArray("8 a=one\n0 b=x\n") << "a=one";

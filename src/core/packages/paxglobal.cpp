@@ -4,7 +4,10 @@
 
 QHash<QString, QString> _tar_parse_global(const QByteArray& data)
 {
-    static const QRegularExpression record(QRegularExpression::anchoredPattern(QStringLiteral("([^\\=]+)\\=(.*)\\n")));
+    // "." matches a line end too, as in QRegExp: a value may span lines.
+    static const QRegularExpression record(
+        QRegularExpression::anchoredPattern(QStringLiteral("([^\\=]+)\\=(.*)\\n")),
+        QRegularExpression::DotMatchesEverythingOption);
     QHash<QString, QString> values;
     qint64 p = 0;
     for (;;) {
