@@ -182,6 +182,19 @@ void TestCli::installAndSync()
     QCOMPARE(r.code, 0);
     QCOMPARE(r.out, QByteArray());
     QCOMPARE(cli(port + QStringList{"sync", m_dir.filePath("nowhere"), "/app"}).code, 2);
+    // A name the board cannot take: both runs list it and upload nothing.
+    for (const char* name : {"a_new.py", "b:bad.py"}) {
+        QFile f(project.filePath(QString::fromLatin1(name)));
+        QVERIFY(f.open(QIODevice::WriteOnly));
+        f.write("x");
+    }
+    for (const QStringList& extra : {QStringList{"--dry-run"}, QStringList{}}) {
+        r = cli(port + QStringList{"sync", project.path(), "/app"} + extra);
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.out, QByteArray());
+        QVERIFY(r.err.contains("forbidden character : in /app/b:bad.py"));
+    }
+    QCOMPARE(files(board.dump() + "/app"), tree);
 }
 
 void TestCli::backupAndRestore_data()

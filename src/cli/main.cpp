@@ -204,7 +204,18 @@ int cmdSync(Context& c)
     options.dryRun = c.option("dry-run");
     options.createDirs = true;
     const QStringList files = Synchronizer::collectSyncFiles(source, QString(), !c.option("no-recursive"));
-    return sync.synchronize(source, boardDirectory(c.args.value(1)), files, options) ? kExitOk : kExitFailed;
+    const QString destination = boardDirectory(c.args.value(1));
+    // All or nothing: a name the board cannot take stops the sync before the first upload.
+    bool refused = false;
+    for (const QString& f : files) {
+        const QString refusal = BoardFiles::forbiddenIn(destination + f);
+        if (!refusal.isEmpty())
+            c.err << refusal << '\n';
+        refused = refused || !refusal.isEmpty();
+    }
+    if (refused)
+        return kExitFailed;
+    return sync.synchronize(source, destination, files, options) ? kExitOk : kExitFailed;
 }
 
 int cmdBackup(Context& c)

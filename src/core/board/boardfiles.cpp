@@ -245,15 +245,20 @@ bool BoardFiles::debug()
 
 // ---- Upload ----
 
+QString BoardFiles::forbiddenIn(const QString& target)
+{
+    for (const QChar c : target)
+        if (kForbiddenCharacters.contains(c))
+            return tr("Cannot upload - forbidden character %1 in %2").arg(c).arg(target);
+    return QString();
+}
+
 bool BoardFiles::checkTarget(const QString& target)
 {
-    for (const QChar c : target) {
-        if (kForbiddenCharacters.contains(c)) {
-            log(tr("Cannot upload - forbidden character %1 in %2").arg(c).arg(target));
-            return false;
-        }
-    }
-    return true;
+    const QString refusal = forbiddenIn(target);
+    if (!refusal.isEmpty())
+        log(refusal);
+    return refusal.isEmpty();
 }
 
 bool BoardFiles::upload(const QString& source, const QString& target)

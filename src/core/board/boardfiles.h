@@ -47,6 +47,8 @@ public:
     bool upload(const QString& source, const QString& target);
     // Refuses (with a log line) a board path the board's file system cannot take.
     bool checkTarget(const QString& target);
+    // The refusal text for a board path with a forbidden character, else empty.
+    static QString forbiddenIn(const QString& target);
     bool upload(QIODevice* source, const QString& target);
     bool download(const QString& source, const QString& localPath);
     bool download(const QString& source, QFile* target);
