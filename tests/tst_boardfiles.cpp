@@ -50,6 +50,7 @@ private slots:
     void slowLine();
     void commands();
     void hashes();
+    void stockStm32Firmware();
     void scriptsAndLinkTest();
     void listingAndInfo();
 };
@@ -348,6 +349,20 @@ void TestBoardFiles::hashes()
         }
         QVERIFY2(!s.logged(QStringLiteral("invalid reply")), qPrintable(s.log.join('\n')));
     }
+}
+
+void TestBoardFiles::stockStm32Firmware()
+{
+    // Upstream MicroPython's pyb has no FlashWriter: every write works without it.
+    BoardSession s(QStringLiteral("stm32"), {"--stock-pyb"});
+    QVERIFY(s.open());
+    QVERIFY(s.files.mc_mkdir(QStringLiteral("/flash/a/b")));
+    QVERIFY(s.files.upload(writeLocal(QStringLiteral("s.txt"), "stock"), QStringLiteral("/flash/a/b/s.txt")));
+    s.board.dump();
+    QCOMPARE(s.board.readFile(QStringLiteral("a/b/s.txt")), QByteArray("stock"));
+    QVERIFY(s.files.remove(QStringLiteral("/flash/a/b/s.txt"), false));
+    QVERIFY(s.files.remove(QStringLiteral("/flash/a/b"), true));
+    QVERIFY2(!s.logged(QStringLiteral("no attribute")), qPrintable(s.log.join(QLatin1Char(10))));
 }
 
 void TestBoardFiles::scriptsAndLinkTest()

@@ -1,8 +1,12 @@
 import os,sys,pyb
+_FW=getattr(pyb,'FlashWriter',None)
+class _NW:
+ __enter__=lambda s:s
+ __exit__=lambda s,*a:None
 def _rm(f):
  s=0x38;t='Done'
  try:
-  with pyb.FlashWriter():os.remove(f)
+  with (_FW or _NW)():os.remove(f)
   s=0x30
  except Exception as e:s=0x31;t=str(e)
  sys.stdout.write('>#'+chr(s)+t)

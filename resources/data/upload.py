@@ -1,4 +1,8 @@
 import sys,gc,binascii,pyb
+_FW=getattr(pyb,'FlashWriter',None)
+class _NW:
+ __enter__=lambda s:s
+ __exit__=lambda s,*a:None
 def _upload(f,c):
  s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout
  try:
@@ -7,7 +11,7 @@ def _upload(f,c):
    s=0x31;e='Inv size packet {}'.format(p);raise StopIteration
   n=int(p[1:]);b=bytearray(1028);m=memoryview(b);h=0;t=0
   o.write('#9>')
-  with pyb.FlashWriter(),open(f,'wb') as w:
+  with (_FW or _NW)(),open(f,'wb') as w:
    while n>0:
     gc.collect();k=min(n,c)
     if i.readinto(m[h:h+k])!=k:
