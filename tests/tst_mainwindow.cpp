@@ -6,6 +6,7 @@
 #include "remoteedit.h"
 
 #include <QAction>
+#include <QProcess>
 #include <QSerialPortInfo>
 #include <QApplication>
 #include <QCheckBox>
@@ -374,6 +375,26 @@ private slots:
         QVERIFY(
             prompter->questions.last().startsWith(QStringLiteral("Select package: Zarno pack files (*.upack);; UFW")));
         QVERIFY(log->toPlainText().endsWith(QStringLiteral("Unsupported package type")));
+        // A second package while one installs gets the warning box.
+        QCOMPARE(QProcess::execute(QStringLiteral("python3"),
+                                   {QStringLiteral("-c"),
+                                    QStringLiteral("import zipfile,sys\nwith zipfile.ZipFile(sys.argv[1],'w') as z: "
+                                                   "z.writestr('p.bin', b'p'*60000)"),
+                                    m_dir.filePath(QStringLiteral("p.upack"))}),
+                 0);
+        prompter->fileName = m_dir.filePath(QStringLiteral("p.upack"));
+        QTimer poll;
+        connect(&poll, &QTimer::timeout, &w, [&] {
+            if (w.files().busy()) {
+                poll.stop();
+                QMetaObject::invokeMethod(&w, "on_actionUpload_Package_triggered");
+            }
+        });
+        poll.start(20);
+        w.action(QStringLiteral("actionUpload_Package"))->trigger();
+        QVERIFY(prompter->questions.contains(QStringLiteral("Package Upload: A package is being uploaded. Please wait")));
+        w.action(QStringLiteral("actionCheck_for_updates"))->trigger();
+        QVERIFY(log->toPlainText().endsWith(QStringLiteral("Updates come from the system's package manager")));
         prompter->texts = QStringList{QStringLiteral("made")};
         w.action(QStringLiteral("actionNew_Directory"))->trigger();
         QVERIFY(w.mcModel().dirExists(QStringLiteral("made")));

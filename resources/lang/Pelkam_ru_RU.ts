@@ -688,6 +688,10 @@ If not, it will be uploaded to
         <translation>Выбор папки</translation>
     </message>
     <message>
+        <source>Updates come from the system&apos;s package manager</source>
+        <translation>Обновления приходят через системный менеджер пакетов</translation>
+    </message>
+    <message>
         <source>Select package</source>
         <translation>Выбор пакета</translation>
     </message>

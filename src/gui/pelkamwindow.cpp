@@ -432,8 +432,10 @@ void PelkamWindow::closeEvent(QCloseEvent* event)
 
 void PelkamWindow::checkUpdate()
 {
-    if (m_updater)
+    if (m_updater && m_updater->available())
         m_updater->checkForUpdates();
+    else
+        logAppend(tr("Updates come from the system's package manager"));
 }
 
 bool PelkamWindow::connectTo(const BoardLink::PortSettings& settings)
@@ -571,7 +573,11 @@ void PelkamWindow::on_actionEdit_triggered()
 
 void PelkamWindow::on_pcFileList_doubleClicked(const QModelIndex& index)
 {
-    if (!index.isValid() || m_files->busy())
+    if (!index.isValid())
+        return;
+    if (PackageInstaller::isPackageName(m_pcModel->filePath(index)) && m_packages->refuseWhileBusy())
+        return;
+    if (m_files->busy())
         return;
     if (m_pcModel->isDir(index)) {
         setupLocalDir(m_pcModel->filePath(index));
@@ -624,7 +630,7 @@ void PelkamWindow::on_actionSync_triggered()
 
 void PelkamWindow::on_actionUpload_Package_triggered()
 {
-    if (m_files->busy() || m_workflowDepth > 0)
+    if (m_packages->refuseWhileBusy() || m_files->busy() || m_workflowDepth > 0)
         return;
     const QString path = m_prompter->openFileName(tr("Select package"), m_pcModel->rootPath(),
                                                   tr("Zarno pack files (*.upack);; UFW firmware updates (*.ufw)"));

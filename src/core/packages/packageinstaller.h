@@ -29,6 +29,8 @@ public:
     // Asked for the busy warning; may be null (nobody to warn).
     void setPrompter(Prompter* prompter) { m_prompter = prompter; }
     bool busy() const { return m_zip || m_tar; }
+    // While a package installs: the "Package Upload" warning, and true.
+    bool refuseWhileBusy();
 
     // Picks the installer by extension; anything else is refused.
     Result install(const QString& path);
@@ -46,7 +48,6 @@ signals:
     void fileInstalled(const QString& boardPath);
 
 private:
-    bool refuseWhileBusy();
     bool entryTooLarge(const QString& name, quint64 size);
     Result stop(Result result);
     bool mkdir(const QString& path);
