@@ -184,6 +184,34 @@ class Conformance(unittest.TestCase):
         rate = len(out) / elapsed
         self.assertLess(abs(rate - 960) / 960, 0.10, "paced at %.0f bytes/s" % rate)
 
+    def test_rude_habits(self):
+        # LF as a second Enter: a line sent with "\r\n" is answered with two
+        # prompts, while LF stays data inside paste mode.
+        b = self.board("stm32", "--lf-enter", "--stock-pyb")
+        b.send(b"\x02")
+        time.sleep(0.3)
+        b.read_until(b"never", timeout=0.3)
+        b.send(b"print(1)\r\n")
+        self.assertEqual(b.read_until(b">>> \r\n>>> "), b"print(1)\r\n1\r\n>>> \r\n>>> ")
+        b.send(b"\x05")
+        b.read_until(b"=== ")
+        b.send(b"import pyb\nprint(hasattr(pyb, 'FlashWriter'))\x04")
+        out = b.read_until(b"never", timeout=0.5)
+        self.assertTrue(out.endswith(b"False\r\n>>> "), out)
+        # Fragmented delivery: the same bytes, in many reads.
+        b = self.board("esp32", "--fragment", "7", "--max-gap", "10")
+        b.send(b"\x02")
+        b.read_until(b">>> ")
+        b.send(b"print('y' * 600)\r\n")
+        pieces, out = 0, b""
+        end = time.monotonic() + 10
+        while not out.endswith(b">>> ") and time.monotonic() < end:
+            if select.select([b.fd], [], [], 0.05)[0]:
+                out += os.read(b.fd, 4096)
+                pieces += 1
+        self.assertEqual(out, b"print('y' * 600)\r\n" + b"y" * 600 + b"\r\n>>> ")
+        self.assertGreater(pieces, 3)
+
     def test_faults(self):
         b = self.board("stm32", "--arm-on", "GO", "--flip-tx", "0", "--latency", "300")
         b.send(b"\x02")
