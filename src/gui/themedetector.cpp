@@ -33,11 +33,6 @@ QColor ThemeDetector::iconColor()
     return isDarkThemeEnabled() ? QColor(0xE2, 0xE2, 0xE2) : QColor(0x3A, 0x3A, 0x3A);
 }
 
-bool ThemeDetector::isDarkAppleInterfaceStyle(const QString& value)
-{
-    return value == QLatin1String("Dark");
-}
-
 bool ThemeDetector::isDarkWindowColor(const QColor& window)
 {
     return window.lightness() < kDarkLightnessLimit;

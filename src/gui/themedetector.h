@@ -13,8 +13,6 @@ public:
     static bool isDarkThemeEnabled();
     static QColor iconColor();
 
-    // The macOS rule: dark only when AppleInterfaceStyle is exactly "Dark".
-    static bool isDarkAppleInterfaceStyle(const QString& value);
     // The Linux rule: dark when the palette's window colour is dark.
     static bool isDarkWindowColor(const QColor& window);
 
