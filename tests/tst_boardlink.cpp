@@ -65,8 +65,25 @@ void TestBoardLink::replySplitting()
     QCOMPARE(s.link.takeReply(), QByteArray(">>> "));
     QVERIFY(!s.link.hasReply());
 
+    // The second prompt of a board that takes LF as Enter arrives late: it
+    // must not end the next command, which waits for its own echo.
+    s.device.send(QByteArray("\r\n>>"));
+    QVERIFY(waitFor([&] { return !s.link.pendingBuffer().isEmpty(); }));
+    s.device.addStep(QByteArray("y\r\n"), QByteArray("> y\r\n7\r\n>>> \r\n>>> "));
+    QVERIFY(s.link.replCommand("y", 2000));
+    QCOMPARE(s.link.takeReply(), QByteArray(">>> y"));
+    QCOMPARE(s.link.takeReply(), QByteArray("7"));
+    QCOMPARE(s.link.takeReply(), QByteArray(">>> "));
+    // Entering the raw REPL: a stale ">>> " holds three ">", none ends it.
+    QTest::qWait(50);
+    s.link.processQueue();
+    s.device.addStep(QByteArray("\x01"), QByteArray(">>> \r\nraw REPL; CTRL-B to exit\r\n>"));
+    QVERIFY(s.link.to_raw());
+    QTest::qWait(50);
+    QCOMPARE(s.link.takeReply(), QByteArray(" \r\nraw REPL; CTRL-B to exit\r\n"));
+    QVERIFY(!s.link.hasReply());
+
     // Raw REPL: every ">" ends a reply, also one inside a payload.
-    s.link.setState(MC_RAW);
     eods.clear();
     s.device.addStep(QByteArray("y"), QByteArray("OKa>b>"));
     QVERIFY(s.link.tranceive("y", 2000));
