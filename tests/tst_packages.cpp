@@ -141,10 +141,6 @@ void TestPackages::tarReader()
     writeAll(text, "short");
     QCOMPARE(mtar_open(&tar, QFile::encodeName(text).constData(), "r"), MTAR_EREADFAIL);
     QCOMPARE(mtar_open(&tar, "/no/such/file.ufw", "r"), MTAR_EOPENFAIL);
-    QCOMPARE(QString::fromLatin1(mtar_strerror(MTAR_ENULLRECORD)), QStringLiteral("null record"));
-    QCOMPARE(QString::fromLatin1(mtar_strerror(MTAR_ENOTFOUND)), QStringLiteral("file not found"));
-    QCOMPARE(QString::fromLatin1(mtar_strerror(-9)), QStringLiteral("unknown error"));
-    QCOMPARE(QString::fromLatin1(mtar_strerror(1)), QStringLiteral("unknown error"));
 }
 
 void TestPackages::paxRecords_data()
@@ -156,12 +152,9 @@ void TestPackages::paxRecords_data()
     QTest::newRow("record without =") << QByteArray("14 comment=ok\n11 nokey!!\n8 mod=x\n") << "comment=ok;mod=x";
     QTest::newRow("value over two lines") << QByteArray("29 comment=line one\nline two\n") << "comment=line one\nline two";
     QTest::newRow("later replaces") << QByteArray("8 a=one\n8 a=two\n") << "a=two";
-    QTest::newRow("value with =") << QByteArray("10 k=a=b=\n") << "k=a=b=";
     QTest::newRow("zero length stops") << QByteArray("8 a=one\n0 b=x\n") << "a=one";
     QTest::newRow("negative length stops") << QByteArray("-5 a=b\n") << "";
     QTest::newRow("length past the end") << QByteArray("8 a=one\n99 b=two\n") << "a=one";
-    QTest::newRow("huge length") << QByteArray("99999999999999999999 a=b\n") << "";
-    QTest::newRow("blank first") << QByteArray(" 8 a=b\n") << "";
     QTest::newRow("no newline") << QByteArray("7 a=one") << "";
     QTest::newRow("not a number") << QByteArray("x8 a=one\n") << "";
 }
