@@ -132,6 +132,32 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
            QStringLiteral("ms"), QStringLiteral("the same, per unchanged file (goal: at most 30 ms)"));
     figure(out, QStringLiteral("sync"), QStringLiteral("sync_5_changed_total"), changed, 2, QStringLiteral("s"),
            QStringLiteral("sync of the same project with 5 files changed, 115200 baud"));
+
+    // The same unchanged project on a board as rude as real hardware (LF
+    // taken as a second Enter, output fragmented), over and over.
+    constexpr int kRuns = 20;
+    BoardSession rude(QStringLiteral("stm32"), {QStringLiteral("--baud"), QString::number(kBaud),
+                                                QStringLiteral("--lf-enter"), QStringLiteral("--fragment"),
+                                                QStringLiteral("20")});
+    if (!rude.open()) {
+        out << "sync: the rude board did not answer\n";
+        return;
+    }
+    Synchronizer rudeSync(rude.files);
+    rudeSync.synchronize(root, QStringLiteral("/flash/"), files, options);
+    int good = 0;
+    int uploads = 0;
+    QObject::connect(&rudeSync, &Synchronizer::fileUploaded, [&uploads] { ++uploads; });
+    t.restart();
+    for (int run = 0; run < kRuns; ++run)
+        good += rudeSync.synchronize(root, QStringLiteral("/flash/"), files, options) ? 1 : 0;
+    const double rudeSeconds = seconds(t);
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_rude_runs_ok"), uploads == 0 ? good : 0, 0,
+           QStringLiteral("of 20"),
+           QStringLiteral("unchanged syncs in a row that succeed with nothing uploaded, LF-as-Enter fragmented board"));
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_rude_per_file"),
+           rudeSeconds * 1000 / kRuns / kFiles, 1, QStringLiteral("ms"),
+           QStringLiteral("the same, per unchanged file"));
 }
 
 void measurePackages(const QTemporaryDir& dir, QTextStream& out)
