@@ -48,6 +48,7 @@ private slots:
     void editorKeys();
     void detection();
     void dialog();
+    void remoteEditing_data();
     void remoteEditing();
 };
 
@@ -247,9 +248,17 @@ void TestCodeEditor::dialog()
     QCOMPARE(saved.readAll(), QByteArray("{broken"));
 }
 
+void TestCodeEditor::remoteEditing_data()
+{
+    QTest::addColumn<QString>("flavour");
+    QTest::newRow("stm32") << QStringLiteral("stm32");
+    QTest::newRow("esp32") << QStringLiteral("esp32");
+}
+
 void TestCodeEditor::remoteEditing()
 {
-    BoardSession s(QStringLiteral("esp32"), {}, {{"main.py", "print('v1')\n"}, {"gone.py", "x"}});
+    QFETCH(QString, flavour);
+    BoardSession s(flavour, {}, {{"main.py", "print('v1')\n"}, {"gone.py", "x"}});
     QVERIFY(s.open());
     QWidget window;
     ScriptedPrompter prompter;
@@ -302,7 +311,7 @@ void TestCodeEditor::remoteEditing()
 
     // A failed download leaves the edit state until the connection closes.
     const QModelIndex gone = row(QStringLiteral("gone.py"));
-    QVERIFY(s.files.remove(QStringLiteral("/gone.py"), false));
+    QVERIFY(s.files.remove(s.root() + QStringLiteral("gone.py"), false));
     edit.edit(gone);
     QVERIFY(edit.editing());
     QVERIFY(!edit.editor() || edit.editor()->editor()->toPlainText() != QStringLiteral("x"));
