@@ -98,67 +98,6 @@ class Conformance(unittest.TestCase):
             b.send(b"\x02")
             self.assertTrue(b.read_until(b">>> ").endswith(b">>> "))
 
-    def test_files_hash_and_listing(self):
-        seed = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, seed, True)
-        with open(os.path.join(seed, "main.py"), "w") as f:
-            f.write("x = 1\n")
-        for flavour, root in (("stm32", "/flash"), ("esp32", "/")):
-            b = self.board(flavour, "--seed", seed, "--entries", "3", "--hash", "sha1")
-            b.send(b"\x02")
-            b.read_until(b">>> ")
-            b.send(b"import os\r\nprint(os.listdir('/'))\r\n")
-            out = b.read_until(b"]\r\n>>> ")
-            self.assertIn(b"['flash']" if flavour == "stm32" else b"['main.py']", out)
-            b.send(("print(list(os.ilistdir('%s')))\r\n" % root).encode())
-            self.assertIn(b"('main.py', 32768, 0)]", b.read_until(b"]\r\n>>> "))
-            b.send(b"import hashlib\r\nprint(hasattr(hashlib,'md5'), hasattr(hashlib,'sha1'))\r\n")
-            self.assertIn(b"False True", b.read_until(b"True\r\n>>> "))
-            b.send(b"f=open('new.txt','w');f.write('abc');f.close()\r\n")
-            b.read_until(b">>> ")
-            os.kill(b.proc.pid, 10)
-            time.sleep(0.5)
-            with open(os.path.join(b.dir, "dump", "new.txt")) as f:
-                self.assertEqual(f.read(), "abc")
-
-    def test_reset_and_dfu(self):
-        for flavour in ("stm32", "esp32"):
-            b = self.board(flavour, "--reset-delay", "200")
-            b.send(b"\x02")
-            b.read_until(b">>> ")
-            b.send(b"f=open('keep.txt','w');f.write('kept');f.close()\r\n")
-            b.read_until(b">>> ")
-            b.send(b"import machine; machine.reset(1)\r\n")
-            b.read_until(b"never", timeout=0.5)
-            os.close(b.fd)
-            b.fd = None
-            end = time.monotonic() + 5
-            while not os.path.exists(b.path) and time.monotonic() < end:
-                time.sleep(0.05)
-            self.assertTrue(os.path.exists(b.path), "the board comes back after a reset")
-            b.open()
-            b.send(b"\x03print(open('keep.txt').read())\r\n")
-            self.assertIn(b"kept", b.read_until(b"kept\r\n>>> "))
-            b.send(b"import machine; machine.dfu()\r\n")
-            time.sleep(1.0)
-            self.assertFalse(os.path.exists(b.path), "DFU drops the port for good")
-
-    def test_soft_reset_runs_main(self):
-        seed = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, seed, True)
-        with open(os.path.join(seed, "main.py"), "w") as f:
-            f.write("print('main ran')\n")
-        b = self.board("esp32", "--seed", seed)
-        b.send(b"\x02")
-        time.sleep(0.3)
-        b.read_until(b"never", timeout=0.3)
-        b.send(b"x = 5\r\n\x04")
-        out = b.read_until(b"main ran", timeout=5)
-        self.assertIn(b"MPY: soft reboot\r\nmain ran", out)
-        b.read_until(b">>> ")
-        b.send(b"print('x' in globals())\r\n")
-        self.assertIn(b"False", b.read_until(b"e\r\n>>> "))
-
     def test_ends_with_its_owner(self):
         link = os.path.join(tempfile.mkdtemp(), "tty")
         owner = subprocess.Popen(["sh", "-c", '"$0" --link "$1" >/dev/null 2>&1 & sleep 30', BOARD, link])
@@ -211,34 +150,6 @@ class Conformance(unittest.TestCase):
                 pieces += 1
         self.assertEqual(out, b"print('y' * 600)\r\n" + b"y" * 600 + b"\r\n>>> ")
         self.assertGreater(pieces, 3)
-
-    def test_faults(self):
-        b = self.board("stm32", "--arm-on", "GO", "--flip-tx", "0", "--latency", "300")
-        b.send(b"\x02")
-        b.read_until(b">>> ")
-        time.sleep(0.5)
-        b.read_until(b"never", timeout=0.2)
-        b.send(b"GO\r\n")
-        start = time.monotonic()
-        out = b.read_until(b">>> ")
-        self.assertGreaterEqual(time.monotonic() - start, 0.25)
-        self.assertTrue(out.startswith(b"FO"), out)
-        b = self.board("stm32", "--arm-on", "AB", "--flip-rx", "0")
-        b.send(b"\x02")
-        b.read_until(b">>> ")
-        b.send(b"AB print(1)\r\n")
-        self.assertIn(b"AB!print(1)", b.read_until(b">>> "))
-        b = self.board("stm32", "--mute-after", "10")
-        b.send(b"\x02print(12345)\r\n")
-        self.assertEqual(len(b.read_until(b"12345", timeout=1.5)), 10)
-        b = self.board("stm32", "--drop-rx", "5")
-        b.send(b"\x02\x02\x02\x02\x02\x02")
-        time.sleep(0.5)
-        self.assertFalse(os.path.exists(b.path))
-        b = self.board("stm32", "--drop-tx", "20")
-        b.send(b"\x02")
-        time.sleep(0.5)
-        self.assertFalse(os.path.exists(b.path))
 
 
 if __name__ == "__main__":
