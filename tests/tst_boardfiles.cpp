@@ -35,7 +35,6 @@ private slots:
     void init() { QSettings().clear(); }
 
     void pureFunctions();
-    void dirModel();
 
     void roundTripStm32() { roundTrips(QStringLiteral("stm32")); }
     void roundTripEsp32() { roundTrips(QStringLiteral("esp32")); }
@@ -53,9 +52,6 @@ void TestBoardFiles::pureFunctions()
     // characters escaped, the rest as \x, \u or \U escapes.
     QCOMPARE(BoardFiles::pyString(QString::fromUtf8("it's a\\b\n caf\xc3\xa9 \xd0\xb6 \xf0\x9f\x98\x80")),
              QStringLiteral("'it\\'s a\\\\b\\x0a caf\\xe9 \\u0436 \\U0001f600'"));
-    QCOMPARE(BoardFiles::sizePacket(1368), QByteArray("!0000001368"));
-    QCOMPARE(BoardFiles::checksumPacket(4294967295u), QByteArray("@4294967295"));
-    QCOMPARE(BoardFiles::byteSum(QByteArray("\xff\x01", 2)), 256u);
     // Below 32 means 512; anything else is rounded down to a size the script takes.
     const QList<QPair<int, int>> chunks{{31, 512}, {32, 32}, {100, 64}, {1000, 512}, {1024, 1024}, {5000, 1024}};
     for (const auto& [setting, chunk] : chunks)
@@ -66,33 +62,6 @@ void TestBoardFiles::pureFunctions()
     QCOMPARE(MCDirModel::humanReadableSize(1231), QStringLiteral("1.2kB"));
     QCOMPARE(MCDirModel::humanReadableSize(1048576), QStringLiteral("1024.0kB"));
     QCOMPARE(MCDirModel::humanReadableSize(1048577), QStringLiteral("1.0Mb"));
-    BoardLink link;
-    QCOMPARE(BoardFiles(link).upy_parselist(QStringLiteral("['boot.py', 'main.py', 'lib']")),
-             QStringList({"boot.py", "main.py", "lib"}));
-}
-
-void TestBoardFiles::dirModel()
-{
-    MCDirModel model;
-    QSignalSpy removed(&model, &QAbstractItemModel::rowsRemoved);
-    model.clear();
-    QCOMPARE(removed.count(), 0);
-    model.setDirPath(QStringLiteral("/flash"));
-    model.append({QStringLiteral("..")}, true);
-    model.appendExt(QJsonDocument::fromJson(R"([{"n":"lib","s":-1}])").array(), true, "n", "s");
-    model.appendExt(QJsonDocument::fromJson(R"([{"n":"main.py","s":2048},{"n":"x","s":-1},{"n":"y"}])").array(), false,
-                    "n", "s");
-    QCOMPARE(model.rowCount(), 5);
-    QCOMPARE(model.fullPath(model.index(2, 0)), QStringLiteral("/flash/main.py"));
-    QCOMPARE(model.data(model.index(2, 1)).toString(), QStringLiteral("2.0kB"));
-    QCOMPARE(model.data(model.index(4, 1)).toString(), QString());
-    QVERIFY(model.dirExists(QStringLiteral("lib")));
-    QVERIFY(!model.fileExists(QStringLiteral("lib")));
-    model.setDecorationProvider([](bool dir) { return QVariant(dir ? 1 : 2); });
-    QCOMPARE(model.data(model.index(0, 0), Qt::DecorationRole).toInt(), 1);
-    QCOMPARE(model.data(model.index(2, 0), Qt::DecorationRole).toInt(), 2);
-    model.clear();
-    QCOMPARE(removed.count(), 1);
 }
 
 void TestBoardFiles::roundTrips(const QString& flavour)

@@ -29,13 +29,6 @@ class TestMainWindow : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    static QStringList names(const QList<QAction*>& actions)
-    {
-        QStringList out;
-        for (QAction* a : actions)
-            out << (a->isSeparator() ? QStringLiteral("|") : a->objectName());
-        return out;
-    }
     static ScriptedPrompter* script(PelkamWindow& w)
     {
         auto p = std::make_unique<ScriptedPrompter>();
@@ -48,32 +41,10 @@ private slots:
     void initTestCase() { isolateSettings(m_dir); }
     void init() { QSettings().clear(); }
 
-    void actionsMenusAndToolbars()
+    void fileActionsFollowTheLink()
     {
         PelkamWindow w;
-        QCOMPARE(w.action(QStringLiteral("actionExit"))->shortcut(), QKeySequence(QStringLiteral("Ctrl+Q")));
-        QVERIFY(w.action(QStringLiteral("actionReset_MC"))->isCheckable());
-
-        QStringList menus;
-        for (QAction* a : w.menuBar()->actions())
-            menus << a->text();
-        QCOMPARE(menus, QStringList({"File", "Edit", "Help"}));
-        QCOMPARE(names(w.menuBar()->actions().at(1)->menu()->actions()),
-                 QStringList({"actionPreferences", "actionClear_Syslog", "actionClear_Terminal"}));
-        QCOMPARE(names(w.menuBar()->actions().at(2)->menu()->actions()),
-                 QStringList({"actionCheck_for_updates", "actionAbout_Qt", "actionAbout"}));
-        auto* connection = w.findChild<QToolBar*>(QStringLiteral("a_connectionToolBar"));
-        auto* actions = w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"));
-        QCOMPARE(names(connection->actions()),
-                 QStringList({"actionConnect", "actionReset_MC", "actionMonitor_Only", "actionAutomatic_Reconnect"}));
-        QCOMPARE(names(actions->actions()),
-                 QStringList({"actionUpload", "actionDownload", "actionNew_File", "actionEdit", "actionRemove",
-                              "actionSync", "|", "actionUpload_Package", "|", "actionNew_Directory", "actionLaunch",
-                              "actionAbort", "actionReset", "actionDFU"}));
-        QVERIFY(!actions->isEnabled());
-        QVERIFY(!w.findChild<QProgressBar*>(QStringLiteral("progressBar"))->isVisible());
-        QCOMPARE(w.findChild<QTabWidget*>(QStringLiteral("logTabWidget"))->tabPosition(), QTabWidget::West);
-
+        QVERIFY(!w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"))->isEnabled());
         const QStringList nine{"actionUpload",        "actionDownload",       "actionNew_File",
                                "actionNew_Directory", "actionEdit",           "actionRemove",
                                "actionSync",          "actionUpload_Package", "actionLaunch"};
@@ -354,20 +325,6 @@ private slots:
         prompter->texts = QStringList{QStringLiteral("made")};
         w.action(QStringLiteral("actionNew_Directory"))->trigger();
         QVERIFY(w.mcModel().dirExists(QStringLiteral("made")));
-
-        // The two context menus: three entries each, with their data values.
-        QStringList entries;
-        for (QMenu* menu : w.findChildren<QMenu*>()) {
-            if (menu->parent() != &w || menu->title().size())
-                continue;
-            for (QAction* a : menu->actions()) {
-                QVERIFY(!a->icon().isNull());
-                entries << a->text() + QLatin1Char('=') + a->data().toString();
-            }
-        }
-        entries.sort();
-        QCOMPARE(entries,
-                 QStringList({"Download=1", "Edit=0", "Remove=2", "Run on the MC=0", "Synchronize=2", "Upload=1"}));
 
         // A double click on a board file opens it in the editor.
         for (int row = 0; row < w.mcModel().rowCount(); ++row)
