@@ -12,7 +12,7 @@ $SUDO apt-get install -y --no-install-recommends \
   libquazip1-qt5-dev zlib1g-dev \
   fonts-material-design-icons-iconfont \
   socat xvfb xauth python3 ca-certificates \
-  desktop-file-utils appstream dpkg-dev file
+  desktop-file-utils appstream dpkg-dev file help2man lintian man-db bash-completion
 if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
   $SUDO apt-get install -y --no-install-recommends nodejs npm
 fi
