@@ -84,14 +84,8 @@ class Conformance(unittest.TestCase):
             out = b.read_until(b"\x04>")
             self.assertTrue(out.startswith(b"OK\x04Traceback"))
             self.assertIn(b"ZeroDivisionError", out)
-            b.send(b"import os\r\nprint(os.uname().sysname, len(list(os.ilistdir()))>=0)\x04")
-            self.assertIn(b"pyboard" if flavour == "stm32" else b"esp32", b.read_until(b"\x04>"))
-            # Ctrl-C interrupts code blocked in a stdin read and a busy loop with sleeps.
+            # Ctrl-C interrupts code blocked in a stdin read.
             b.send(b"import sys\r\nsys.stdin.buffer.read(10)\x04")
-            time.sleep(0.2)
-            b.send(b"\x03")
-            self.assertIn(b"KeyboardInterrupt", b.read_until(b"\x04>"))
-            b.send(b"import time\r\nwhile True: time.sleep(0.01)\x04")
             time.sleep(0.2)
             b.send(b"\x03")
             self.assertIn(b"KeyboardInterrupt", b.read_until(b"\x04>"))
