@@ -12,14 +12,7 @@ private:
     QTemporaryDir m_settingsDir;
     QTemporaryDir m_work;
 
-    QString writeLocal(const QString& name, const QByteArray& data)
-    {
-        const QString path = m_work.filePath(name);
-        QFile file(path);
-        file.open(QIODevice::WriteOnly);
-        file.write(data);
-        return path;
-    }
+    QString writeLocal(const QString& name, const QByteArray& data) { return writeFile(m_work.filePath(name), data); }
     static QByteArray randomBytes(int size, quint32 seed)
     {
         QRandomGenerator gen(seed);
@@ -97,9 +90,7 @@ void TestBoardFiles::roundTrips(const QString& flavour)
         const QString back = m_work.filePath(QStringLiteral("down.bin"));
         QVERIFY(s.files.download(target, back));
         QVERIFY2(s.files.lastDownloadOk(), qPrintable(c.name + '\n' + s.log.join('\n')));
-        QFile file(back);
-        QVERIFY(file.open(QIODevice::ReadOnly));
-        QCOMPARE(file.readAll(), data);
+        QCOMPARE(readFile(back), data);
     }
     QVERIFY(s.logged(QStringLiteral("Finished uploading to ") + s.root() + QStringLiteral("it's a file.txt")));
 }

@@ -314,15 +314,12 @@ void TestBoardLink::pulledCableDuringWait()
     BoardSession s(QStringLiteral("stm32"), {"--arm-on", "_upload('", "--drop-rx", "5000"});
     QVERIFY(s.open());
     QTemporaryDir dir;
-    QFile file(dir.filePath(QStringLiteral("big.bin")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(QByteArray(50000, 'z'));
-    file.close();
-    QVERIFY(!s.files.upload(file.fileName(), QStringLiteral("/flash/big.bin")));
+    const QString big = writeFile(dir.filePath(QStringLiteral("big.bin")), QByteArray(50000, 'z'));
+    QVERIFY(!s.files.upload(big, QStringLiteral("/flash/big.bin")));
     QVERIFY(!s.link.isOpen());
     QVERIFY(s.logged(QStringLiteral("Fatal communication error")) || s.logged(QStringLiteral("Connection closed")));
     // Everything afterwards fails cleanly instead of touching the closed port.
-    QVERIFY(!s.files.upload(file.fileName(), QStringLiteral("/flash/big.bin")));
+    QVERIFY(!s.files.upload(big, QStringLiteral("/flash/big.bin")));
     QVERIFY(s.files.mc_lsdir(QStringLiteral("/flash"), MC_LIST_FILES).isEmpty());
     QVERIFY(!s.files.download(QStringLiteral("/flash/x"), dir.filePath(QStringLiteral("x"))));
 }

@@ -59,12 +59,9 @@ private slots:
         QVERIFY(r.out.contains("sysname: esp32"));
 
         const QByteArray data = QByteArray("payload\x00\xff", 9).repeated(500);
-        QFile local(m_dir.filePath("in.bin"));
-        QVERIFY(local.open(QIODevice::WriteOnly));
-        local.write(data);
-        local.close();
+        const QString local = writeFile(m_dir.filePath("in.bin"), data);
         QCOMPARE(cli(port + QStringList{"mkdir", "/data/sub"}).code, 0);
-        QCOMPARE(cli(port + QStringList{"put", local.fileName(), "/data/sub/in.bin"}).code, 0);
+        QCOMPARE(cli(port + QStringList{"put", local, "/data/sub/in.bin"}).code, 0);
         r = cli(port + QStringList{"ls", "/data/sub"});
         QCOMPARE(r.code, 0);
         QCOMPARE(r.out, QByteArray("f 4500 in.bin\n"));
@@ -74,16 +71,10 @@ private slots:
         QCOMPARE(r.out.trimmed(), QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex());
         QCOMPARE(cli(port + QStringList{"hash", "/nothere"}).code, 1);
         QCOMPARE(cli(port + QStringList{"get", "/data/sub/in.bin", m_dir.filePath("out.bin")}).code, 0);
-        QFile back(m_dir.filePath("out.bin"));
-        QVERIFY(back.open(QIODevice::ReadOnly));
-        QCOMPARE(back.readAll(), data);
+        QCOMPARE(readFile(m_dir.filePath("out.bin")), data);
         QCOMPARE(cli(port + QStringList{"get", "/nothere", m_dir.filePath("x.bin")}).code, 1);
 
-        QFile script(m_dir.filePath("s.py"));
-        QVERIFY(script.open(QIODevice::WriteOnly));
-        script.write("print(6*7)\n");
-        script.close();
-        r = cli(port + QStringList{"exec", script.fileName()});
+        r = cli(port + QStringList{"exec", writeFile(m_dir.filePath("s.py"), "print(6*7)\n")});
         QCOMPARE(r.code, 0);
         QVERIFY(r.out.contains("42"));
         QCOMPARE(cli(port + QStringList{"rmdir", "/data/sub"}).code, 1);
@@ -163,12 +154,8 @@ void TestCli::installAndSync()
     // A nested project onto a board that has none of its folders.
     QTemporaryDir project;
     const QMap<QString, QByteArray> tree{{"main.py", "main"}, {"lib/util.py", "util"}, {"lib/drivers/bme.py", "bme"}};
-    for (auto it = tree.cbegin(); it != tree.cend(); ++it) {
-        QDir().mkpath(QFileInfo(project.filePath(it.key())).path());
-        QFile f(project.filePath(it.key()));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write(it.value());
-    }
+    for (auto it = tree.cbegin(); it != tree.cend(); ++it)
+        writeFile(project.filePath(it.key()), it.value());
     const QByteArray expected("lib/drivers/bme.py\nlib/util.py\nmain.py\n");
     r = cli(port + QStringList{"sync", project.path(), "/app", "--dry-run"});
     QCOMPARE(r.code, 0);
@@ -183,11 +170,8 @@ void TestCli::installAndSync()
     QCOMPARE(r.out, QByteArray());
     QCOMPARE(cli(port + QStringList{"sync", m_dir.filePath("nowhere"), "/app"}).code, 2);
     // A name the board cannot take: both runs list it and upload nothing.
-    for (const char* name : {"a_new.py", "b:bad.py"}) {
-        QFile f(project.filePath(QString::fromLatin1(name)));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-        f.write("x");
-    }
+    for (const char* name : {"a_new.py", "b:bad.py"})
+        writeFile(project.filePath(QString::fromLatin1(name)), "x");
     for (const QStringList& extra : {QStringList{"--dry-run"}, QStringList{}}) {
         r = cli(port + QStringList{"sync", project.path(), "/app"} + extra);
         QCOMPARE(r.code, 1);

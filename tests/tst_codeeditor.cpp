@@ -243,9 +243,7 @@ void TestCodeEditor::dialog()
     QCOMPARE(prompter.questions.first(), QStringLiteral("Save As: %1/config.json").arg(dir.path()));
     prompter.fileName = dir.filePath(QStringLiteral("x.json"));
     editor.on_saveButton_clicked();
-    QFile saved(prompter.fileName);
-    QVERIFY(saved.open(QIODevice::ReadOnly));
-    QCOMPARE(saved.readAll(), QByteArray("{broken"));
+    QCOMPARE(readFile(prompter.fileName), QByteArray("{broken"));
 }
 
 void TestCodeEditor::remoteEditing_data()
@@ -340,9 +338,7 @@ void TestCodeEditor::remoteEditing()
     disconnect(pull);
     QVERIFY(!s.link.isOpen());
     QCOMPARE(prompter.questions.first(), QStringLiteral("Edit: The file cannot be uploaded. Save it?"));
-    QFile kept(prompter.fileName);
-    QVERIFY(kept.open(QIODevice::ReadOnly));
-    QCOMPARE(kept.readAll(), QByteArray("keep me\n"));
+    QCOMPARE(readFile(prompter.fileName), QByteArray("keep me\n"));
 }
 
 QTEST_MAIN(TestCodeEditor)

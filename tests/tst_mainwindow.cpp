@@ -137,9 +137,7 @@ private slots:
         QVERIFY(!QSettings().contains(QStringLiteral("UI/LogDir")));
         prompter->fileName = m_dir.filePath(QStringLiteral("trace"));
         w.on_actionSaveSyslog_triggered();
-        QFile saved(m_dir.filePath(QStringLiteral("trace.log")));
-        QVERIFY(saved.open(QIODevice::ReadOnly));
-        QVERIFY(saved.readAll().contains("hello world"));
+        QVERIFY(readFile(m_dir.filePath(QStringLiteral("trace.log"))).contains("hello world"));
         QCOMPARE(QSettings().value(QStringLiteral("UI/LogDir")).toString(), m_dir.path());
         prompter->fileName = m_dir.filePath(QStringLiteral("x.LOG"));
         w.on_actionSaveTerminal_triggered();
@@ -163,10 +161,7 @@ private slots:
         QVERIFY(w.connectTo(settings));
         QVERIFY(waitFor([&] { return w.mcModel().dirExists(QStringLiteral("lib")); }, 20000));
         QTemporaryDir dir;
-        QFile file(dir.filePath(QStringLiteral("big.bin")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(QByteArray(60000, 'q'));
-        file.close();
+        const QString big = writeFile(dir.filePath(QStringLiteral("big.bin")), QByteArray(60000, 'q'));
         bool refused = false;
         QTimer::singleShot(2000, &w, [&] {
             // A click on a folder while the upload waits must not start a listing.
@@ -178,7 +173,7 @@ private slots:
         });
         QElapsedTimer timer;
         timer.start();
-        QVERIFY(!w.files().upload(file.fileName(), QStringLiteral("/flash/big.bin")));
+        QVERIFY(!w.files().upload(big, QStringLiteral("/flash/big.bin")));
         QVERIFY(timer.elapsed() < 6000);
         QVERIFY(refused);
         QVERIFY(!w.link().isOpen());
@@ -192,7 +187,7 @@ private slots:
     void connectionPopup()
     {
         const QString device = m_dir.filePath(QStringLiteral("my-board"));
-        QFile(device).open(QIODevice::WriteOnly);
+        writeFile(device);
         QSettings().setValue(QStringLiteral("UI/MC"), 1);
         QSettings().setValue(QStringLiteral("UI/Baud"), QStringLiteral("57600"));
         {
@@ -259,16 +254,13 @@ private slots:
 
         // A real double click on a PC file uploads it into the listed folder.
         QTemporaryDir pc;
-        QFile hello(pc.filePath(QStringLiteral("hello.py")));
-        QVERIFY(hello.open(QIODevice::WriteOnly));
-        hello.write("print('hello')\n");
-        hello.close();
+        const QString hello = writeFile(pc.filePath(QStringLiteral("hello.py")), "print('hello')\n");
         w.setupLocalDir(pc.path());
         auto* pcList = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
         auto* pcModel = qobject_cast<QFileSystemModel*>(pcList->model());
         QVERIFY(waitFor(
-            [&] { return pcModel->index(hello.fileName()).isValid() && pcModel->rowCount(pcList->rootIndex()) == 1; }));
-        const QRect cell = pcList->visualRect(pcModel->index(hello.fileName()));
+            [&] { return pcModel->index(hello).isValid() && pcModel->rowCount(pcList->rootIndex()) == 1; }));
+        const QRect cell = pcList->visualRect(pcModel->index(hello));
         QTest::mouseClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
         QTest::mouseDClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
         QVERIFY(waitFor([&] { return w.mcModel().fileExists(QStringLiteral("hello.py")); }, 20000));

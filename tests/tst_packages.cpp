@@ -37,17 +37,6 @@ class TestPackages : public QObject {
             qWarning() << p.readAllStandardError();
         return path;
     }
-    static QByteArray readAll(const QString& path)
-    {
-        QFile f(path);
-        return f.open(QIODevice::ReadOnly) ? f.readAll() : QByteArray();
-    }
-    static void writeAll(const QString& path, const QByteArray& data)
-    {
-        QFile f(path);
-        QVERIFY(f.open(QIODevice::WriteOnly | QIODevice::Truncate));
-        f.write(data);
-    }
     struct Installed {
         PackageInstaller::Result result;
         QStringList paths;
@@ -84,8 +73,8 @@ void TestPackages::tarReader()
     QTemporaryDir tree;
     const QString longDir = QStringLiteral("d").repeated(110);
     QVERIFY(QDir(tree.path()).mkpath(longDir));
-    writeAll(tree.filePath(longDir + QStringLiteral("/file.py")), "x = 1\n");
-    writeAll(tree.filePath(QStringLiteral("empty.txt")), "");
+    writeFile(tree.filePath(longDir + QStringLiteral("/file.py")), "x = 1\n");
+    writeFile(tree.filePath(QStringLiteral("empty.txt")), "");
     const QString gnu = m_work.filePath(QStringLiteral("gnu.tar"));
     QCOMPARE(QProcess::execute(QStringLiteral("tar"),
                                {QStringLiteral("--format=ustar"), QStringLiteral("-cf"), gnu, QStringLiteral("-C"),
@@ -113,12 +102,12 @@ void TestPackages::tarReader()
     // (Records that would overrun a careless reader are the fuzzers' job.)
     // Open refuses what is not an archive, with the codes the log shows.
     const QString zeros = m_work.filePath(QStringLiteral("zeros.ufw"));
-    writeAll(zeros, QByteArray(10240, '\0'));
+    writeFile(zeros, QByteArray(10240, '\0'));
     QCOMPARE(mtar_open(&tar, QFile::encodeName(zeros).constData(), "r"), MTAR_ENULLRECORD);
     const QString text = m_work.filePath(QStringLiteral("text.ufw"));
-    writeAll(text, QByteArray("not a tar archive\n").repeated(40));
+    writeFile(text, QByteArray("not a tar archive\n").repeated(40));
     QCOMPARE(mtar_open(&tar, QFile::encodeName(text).constData(), "r"), MTAR_EBADCHKSUM);
-    writeAll(text, "short");
+    writeFile(text, "short");
     QCOMPARE(mtar_open(&tar, QFile::encodeName(text).constData(), "r"), MTAR_EREADFAIL);
     QCOMPARE(mtar_open(&tar, "/no/such/file.ufw", "r"), MTAR_EOPENFAIL);
 }
@@ -214,7 +203,7 @@ void TestPackages::firmwarePackages()
 
     // Refused at open with the numeric code; nothing else happens.
     const QString zeros = m_work.filePath(QStringLiteral("zeros.ufw"));
-    writeAll(zeros, QByteArray(4096, '\0'));
+    writeFile(zeros, QByteArray(4096, '\0'));
     s.log.clear();
     QCOMPARE(install(s, installer, zeros).result, PackageInstaller::Failed);
     QCOMPARE(s.log, QStringList{QStringLiteral("Cannot read ufw package: -7")});
@@ -253,7 +242,7 @@ void TestPackages::zipPackages()
     QVERIFY(s.logged(QStringLiteral("UPack uploaded!")));
 
     const QString notZip = m_work.filePath(QStringLiteral("bad.upack"));
-    writeAll(notZip, "this is not a zip archive");
+    writeFile(notZip, "this is not a zip archive");
     s.log.clear();
     QCOMPARE(install(s, installer, notZip).result, PackageInstaller::Failed);
     QCOMPARE(s.log, QStringList{QStringLiteral("Invalid package %1 - maybe not an upack?").arg(notZip)});

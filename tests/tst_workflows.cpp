@@ -27,15 +27,7 @@ struct Workbench {
         flows.setPrompter(&prompter);
         flows.setPcRoot(pc.path());
     }
-    QString local(const QString& rel, const QByteArray& data)
-    {
-        const QString path = pc.filePath(rel);
-        QDir().mkpath(QFileInfo(path).path());
-        QFile f(path);
-        f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        f.write(data);
-        return path;
-    }
+    QString local(const QString& rel, const QByteArray& data) { return writeFile(pc.filePath(rel), data); }
     QByteArray board(const QString& rel)
     {
         s.board.dump();
@@ -171,14 +163,10 @@ void TestWorkflows::boardPane()
     w.answer({Prompter::No});
     QVERIFY(!w.flows.action_download_core(w.row(QStringLiteral("a.txt"))));
     QCOMPARE(w.prompter.questions, QStringList{QStringLiteral("Download file: File %1 exists. Overwrite?").arg(local)});
-    QFile f(local);
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), QByteArray("mine"));
-    f.close();
+    QCOMPARE(readFile(local), QByteArray("mine"));
     w.answer({Prompter::Yes});
     QVERIFY(w.flows.action_download_core(w.row(QStringLiteral("a.txt"))));
-    QVERIFY(f.open(QIODevice::ReadOnly));
-    QCOMPARE(f.readAll(), QByteArray("board A"));
+    QCOMPARE(readFile(local), QByteArray("board A"));
 
     // Remove: a folder gets the reminder, the board refuses a non-empty one
     // and the listing is not refreshed; an empty one goes and the pane follows.
@@ -235,11 +223,8 @@ void TestWorkflows::boardPane()
 void TestWorkflows::collectionOrder()
 {
     QTemporaryDir root;
-    for (const char* rel : {"b.txt", "a.txt", ".hidden", "z/1.txt", "z/y/2.txt", "m/3.txt", "m/.h/4.txt"}) {
-        QDir().mkpath(QFileInfo(root.filePath(QLatin1String(rel))).path());
-        QFile f(root.filePath(QLatin1String(rel)));
-        QVERIFY(f.open(QIODevice::WriteOnly));
-    }
+    for (const char* rel : {"b.txt", "a.txt", ".hidden", "z/1.txt", "z/y/2.txt", "m/3.txt", "m/.h/4.txt"})
+        writeFile(root.filePath(QLatin1String(rel)));
     QDir().mkpath(root.filePath(QStringLiteral("e/f")));
     QCOMPARE(Synchronizer::collectSyncFiles(root.path(), QString(), true),
              QStringList({"m/3.txt", "z/y/2.txt", "z/1.txt", "a.txt", "b.txt"}));
