@@ -90,20 +90,15 @@ void TestWorkflows::uploadQuestions()
         w.prompter.answers = c.answers;
         w.prompter.questions.clear();
         w.flows.pcFileActivated(nested);
-        const QString tag = QStringLiteral("setting %1").arg(c.setting);
-        QCOMPARE(w.prompter.questions.size(), c.setting >= 2 ? 1 : 0);
-        if (c.setting >= 2)
-            QCOMPARE(w.prompter.questions.first(),
-                     QStringLiteral("Upload File: Keep the subdirectory structure?|File's relative path is "
-                                    "sub/dir/deep.py|If you choose to keep the directory structure, the file will be "
-                                    "uploaded to\n/sub/dir/deep.py\n\nIf not, it will be uploaded to\n/deep.py"));
+        QCOMPARE(w.prompter.questions,
+                 c.setting < 2 ? QStringList()
+                               : QStringList{"Upload File: Keep the subdirectory structure?|File's relative path is "
+                                             "sub/dir/deep.py|If you choose to keep the directory structure, the "
+                                             "file will be uploaded to\n/sub/dir/deep.py\n\nIf not, it will be "
+                                             "uploaded to\n/deep.py"});
         w.s.board.dump();
-        QVERIFY2(w.s.board.readFile(QStringLiteral("sub/dir/deep.py")) ==
-                     (c.boardPath == QLatin1String("sub/dir/deep.py") ? deep : QByteArray()),
-                 qPrintable(tag));
-        QVERIFY2(w.s.board.readFile(QStringLiteral("deep.py")) ==
-                     (c.boardPath == QLatin1String("deep.py") ? deep : QByteArray()),
-                 qPrintable(tag));
+        for (const QString& path : {QStringLiteral("sub/dir/deep.py"), QStringLiteral("deep.py")})
+            QCOMPARE(w.s.board.readFile(path), path == c.boardPath ? deep : QByteArray());
     }
     QSettings().remove(QStringLiteral("MC/SubDirsSel"));
 
