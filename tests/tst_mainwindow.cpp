@@ -45,9 +45,10 @@ private slots:
     {
         PelkamWindow w;
         QVERIFY(!w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"))->isEnabled());
-        const QStringList nine{"actionUpload",        "actionDownload",       "actionNew_File",
-                               "actionNew_Directory", "actionEdit",           "actionRemove",
-                               "actionSync",          "actionUpload_Package", "actionLaunch"};
+        // The nine file actions, and Refresh with them.
+        const QStringList nine{"actionUpload", "actionDownload",       "actionNew_File", "actionNew_Directory",
+                               "actionEdit",   "actionRemove",         "actionSync",     "actionUpload_Package",
+                               "actionLaunch", "actionRefresh"};
         w.fileOpsEnable(true);
         for (QAction* a : w.findChildren<QAction*>()) {
             if (a->objectName().isEmpty())
@@ -182,6 +183,47 @@ private slots:
         // The window reconnects and works as before.
         QVERIFY(w.connectTo(settings));
         QVERIFY(waitFor([&] { return w.mcModel().dirExists(QStringLiteral("lib")); }, 20000));
+    }
+
+    void replLineAndRefresh()
+    {
+        QSettings().setValue(QStringLiteral("UI/ReplHistory"), QStringList{"print('old')"});
+        BoardSession s(QStringLiteral("stm32"));
+        PelkamWindow w;
+        w.show();
+        auto* line = w.findChild<QLineEdit*>(QStringLiteral("replEdit"));
+        QVERIFY(!line->isEnabled());
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        // Monitor Only: the line talks to the board; its answer shows in the Terminal.
+        w.action(QStringLiteral("actionMonitor_Only"))->setChecked(true);
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return line->isEnabled(); }));
+        auto* terminal = w.findChild<QTextBrowser*>(QStringLiteral("runtimeLogBrowser"));
+        QTest::keyClicks(line, QStringLiteral("print(6*7)"));
+        QTest::keyClick(line, Qt::Key_Return);
+        QVERIFY2(waitFor([&] { return terminal->toPlainText().contains(QStringLiteral("]: 42")); }),
+                 qPrintable(terminal->toPlainText()));
+        QTest::keyClick(line, Qt::Key_Up);
+        QCOMPARE(line->text(), QStringLiteral("print(6*7)"));
+        QTest::keyClick(line, Qt::Key_Up);
+        QCOMPARE(line->text(), QStringLiteral("print('old')"));
+        QTest::keyClick(line, Qt::Key_Down);
+        QTest::keyClick(line, Qt::Key_Down);
+        QCOMPARE(line->text(), QString());
+        QCOMPARE(QSettings().value(QStringLiteral("UI/ReplHistory")).toStringList(),
+                 QStringList({"print('old')", "print(6*7)"}));
+        // While the program drives the board the line is off; F5 lists what
+        // changed behind the pane's back.
+        w.on_actionConnect_triggered();
+        w.action(QStringLiteral("actionMonitor_Only"))->setChecked(false);
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return w.action(QStringLiteral("actionRefresh"))->isEnabled(); }, 20000));
+        QVERIFY(!line->isEnabled());
+        QVERIFY(w.link().replCommand("open('/flash/new.txt','w').close()", 3000));
+        QVERIFY(!w.mcModel().fileExists(QStringLiteral("new.txt")));
+        QTest::keyClick(&w, Qt::Key_F5);
+        QVERIFY(w.mcModel().fileExists(QStringLiteral("new.txt")));
     }
 
     void connectionPopup()

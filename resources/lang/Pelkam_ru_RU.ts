@@ -304,6 +304,18 @@
 <context>
     <name>ConnectionPopup</name>
     <message>
+        <source>Board type</source>
+        <translation>Тип платы</translation>
+    </message>
+    <message>
+        <source>Serial port or device path</source>
+        <translation>Последовательный порт или путь к устройству</translation>
+    </message>
+    <message>
+        <source>Baud rate</source>
+        <translation>Скорость обмена</translation>
+    </message>
+    <message>
         <source>Port or device path</source>
         <translation>Порт или путь к устройству</translation>
     </message>
@@ -455,6 +467,18 @@ If not, it will be uploaded to
 </context>
 <context>
     <name>PelkamWindow</name>
+    <message>
+        <source>Refresh</source>
+        <translation>Обновить</translation>
+    </message>
+    <message>
+        <source>List the board folder again</source>
+        <translation>Заново прочитать папку платы</translation>
+    </message>
+    <message>
+        <source>Board</source>
+        <translation>Плата</translation>
+    </message>
     <message>
         <source>File System</source>
         <translation>Файловая система</translation>
@@ -719,6 +743,13 @@ If not, it will be uploaded to
         <source>Edit</source>
         <comment>menu</comment>
         <translation>Правка</translation>
+    </message>
+</context>
+<context>
+    <name>ReplLine</name>
+    <message>
+        <source>Type a line for the board and press Enter</source>
+        <translation>Введите строку для платы и нажмите Enter</translation>
     </message>
 </context>
 <context>

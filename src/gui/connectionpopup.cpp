@@ -44,6 +44,9 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     m_applyButton->setText(QStringLiteral("..."));
     m_applyButton->setIcon(materialIcon(QStringLiteral("done")));
 
+    m_mcCombo->setToolTip(tr("Board type"));
+    m_portsCombo->setToolTip(tr("Serial port or device path"));
+    m_baudCombo->setToolTip(tr("Baud rate"));
     layout->addWidget(m_mcCombo);
     layout->addWidget(m_portsCombo);
     layout->addWidget(m_baudCombo);

@@ -6,6 +6,7 @@
 #include "preferences.h"
 #include "qmaterialicon.h"
 #include "remoteedit.h"
+#include "replline.h"
 #include "sync/synchronizer.h"
 #include "syncconfigurationdialog.h"
 #include "themedetector.h"
@@ -174,6 +175,8 @@ void PelkamWindow::createActions()
                tr("Automatically reconnect if the connection is aborted"), {}, QStringLiteral("autorenew"), true);
     makeAction("actionAbout_Qt", tr("About Qt"), {}, {}, {});
     makeAction("actionCheck_for_updates", tr("Check for Updates"), {}, {}, {});
+    makeAction("actionRefresh", tr("Refresh"), tr("List the board folder again"), QStringLiteral("F5"),
+               QStringLiteral("sync"));
 }
 
 void PelkamWindow::createMenusAndToolbars()
@@ -195,6 +198,11 @@ void PelkamWindow::createMenusAndToolbars()
     edit->addAction(a("actionPreferences"));
     edit->addAction(a("actionClear_Syslog"));
     edit->addAction(a("actionClear_Terminal"));
+    // Every board action by keyboard and by name.
+    QMenu* board = bar->addMenu(tr("Board"));
+    board->setObjectName(QStringLiteral("menuBoard"));
+    for (const char* name : {"actionConnect", "actionLaunch", "actionAbort", "actionReset", "actionDFU", "actionRefresh"})
+        board->addAction(a(name));
     QMenu* help = bar->addMenu(tr("Help"));
     help->setObjectName(QStringLiteral("menuHelp"));
     help->addAction(a("actionCheck_for_updates"));
@@ -277,6 +285,9 @@ void PelkamWindow::setupUi()
     m_terminal = new QTextBrowser(terminalTab);
     m_terminal->setObjectName(QStringLiteral("runtimeLogBrowser"));
     terminalLayout->addWidget(m_terminal);
+    m_replLine = new ReplLine(terminalTab);
+    m_replLine->setEnabled(false);
+    terminalLayout->addWidget(m_replLine);
     auto* logTab = new QWidget();
     logTab->setObjectName(QStringLiteral("logAppTab"));
     auto* logLayout = new QVBoxLayout(logTab);
@@ -302,11 +313,18 @@ void PelkamWindow::wireLink()
     connect(&m_link, &BoardLink::logLine, this, &PelkamWindow::logAppend);
     connect(&m_link, &BoardLink::terminalLine, this, &PelkamWindow::terminalAppend);
     connect(&m_link, &BoardLink::fileOpsEnableRequested, this, &PelkamWindow::fileOpsEnable);
+    connect(m_replLine, &ReplLine::send, this, [this](const QByteArray& bytes) {
+        // Never into one of our own conversations with the board.
+        if (m_link.isOpen() && m_link.state() <= MC_RUNNING && !m_files->busy())
+            m_link.write(bytes);
+    });
     connect(&m_link, &BoardLink::connectionOpened, this, [this] {
+        updateReplLine();
         m_actionsToolBar->setEnabled(true);
         action(QStringLiteral("actionConnect"))->setIcon(materialIcon(QStringLiteral("link_off")));
     });
     connect(&m_link, &BoardLink::connectionLost, this, [this] {
+        updateReplLine();
         m_actionsToolBar->setEnabled(false);
         action(QStringLiteral("actionConnect"))->setIcon(materialIcon(QStringLiteral("link")));
         m_mcModel.clear();
@@ -342,7 +360,14 @@ void PelkamWindow::onLinkStateChanged(MC_STATE state)
         m_logTabs->setCurrentIndex(0);
         m_fileSystemGroup->setEnabled(false);
     }
+    updateReplLine();
     emit stateChanged(state);
+}
+
+void PelkamWindow::updateReplLine()
+{
+    // While the board runs its own program or is only monitored.
+    m_replLine->setEnabled(m_link.isOpen() && m_link.state() <= MC_RUNNING);
 }
 
 void PelkamWindow::setPrompter(std::unique_ptr<Prompter> prompter)
@@ -376,7 +401,7 @@ template <typename Workflow> void PelkamWindow::runWorkflow(Workflow workflow)
 void PelkamWindow::setFileActionsEnabled(bool on)
 {
     for (const char* name : {"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit",
-                             "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch"})
+                             "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch", "actionRefresh"})
         action(QString::fromLatin1(name))->setEnabled(on);
 }
 
@@ -625,7 +650,18 @@ void PelkamWindow::on_actionSync_triggered()
         return;
     dialog.writeSettings();
     const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive());
-    runWorkflow([&] { m_sync->sync_core(root, files, dialog.missing()); });
+    runWorkflow([&] {
+        m_sync->sync_core(root, files, dialog.missing());
+        // One listing more, so the pane shows what the sync changed.
+        if (m_link.isOpen())
+            m_files->updateMcDir(m_mcModel.dirPath());
+    });
+}
+
+void PelkamWindow::on_actionRefresh_triggered()
+{
+    if (m_link.isOpen())
+        runWorkflow([&] { m_files->updateMcDir(m_mcModel.dirPath()); });
 }
 
 void PelkamWindow::on_actionUpload_Package_triggered()

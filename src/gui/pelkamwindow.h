@@ -15,6 +15,7 @@ class FileWorkflows;
 class PackageInstaller;
 class Prompter;
 class RemoteEdit;
+class ReplLine;
 class Synchronizer;
 class QAction;
 class QFileSystemModel;
@@ -103,6 +104,7 @@ public slots:
     void on_actionRemove_triggered();
     void on_actionNew_Directory_triggered();
     void on_actionSync_triggered();
+    void on_actionRefresh_triggered();
     void on_actionUpload_Package_triggered();
     void on_actionNew_File_triggered();
     void on_actionEdit_triggered();
@@ -128,6 +130,7 @@ private:
     // while another one waits. Afterwards the actions take the state the
     // transfers inside asked for last.
     template <typename Workflow> void runWorkflow(Workflow workflow);
+    void updateReplLine();
     QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
                         const QString& icon, bool checkable = false);
 
@@ -135,6 +138,7 @@ private:
     QString m_accentColor;
     QString m_syslogColor;
     QPointer<QTextBrowser> m_terminal;
+    ReplLine* m_replLine = nullptr;
     QPointer<QTextBrowser> m_log;
     QGroupBox* m_fileSystemGroup = nullptr;
     QTabWidget* m_logTabs = nullptr;
