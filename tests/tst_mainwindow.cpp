@@ -222,8 +222,28 @@ private slots:
         QVERIFY(!line->isEnabled());
         QVERIFY(w.link().replCommand("open('/flash/new.txt','w').close()", 3000));
         QVERIFY(!w.mcModel().fileExists(QStringLiteral("new.txt")));
+        QVERIFY(w.link().replCommand("import os; os.mkdir('/flash/sub')", 3000));
         QTest::keyClick(&w, Qt::Key_F5);
         QVERIFY(w.mcModel().fileExists(QStringLiteral("new.txt")));
+        // The pane's keys: F2 renames, Delete removes, Enter opens, Backspace goes up.
+        auto* pane = w.findChild<QTableView*>(QStringLiteral("mcFileList"));
+        const auto select = [&](const QString& name) {
+            for (int r = 0; r < w.mcModel().rowCount(); ++r)
+                if (w.mcModel().path(w.mcModel().index(r, 0)) == name)
+                    pane->setCurrentIndex(w.mcModel().index(r, 0));
+        };
+        script(w)->texts = QStringList{QStringLiteral("old.txt")};
+        select(QStringLiteral("new.txt"));
+        QTest::keyClick(&w, Qt::Key_F2);
+        QVERIFY(w.mcModel().fileExists(QStringLiteral("old.txt")));
+        select(QStringLiteral("old.txt"));
+        QTest::keyClick(pane, Qt::Key_Delete);
+        QVERIFY(!w.mcModel().fileExists(QStringLiteral("old.txt")));
+        select(QStringLiteral("sub"));
+        QTest::keyClick(pane, Qt::Key_Return);
+        QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/sub/"));
+        QTest::keyClick(pane, Qt::Key_Backspace);
+        QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
     }
 
     void connectionPopup()

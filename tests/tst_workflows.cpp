@@ -191,6 +191,18 @@ void TestWorkflows::boardPane()
     w.prompter.texts.clear();
     QVERIFY(!w.flows.newDirectory()); // cancelled
 
+    // Rename: a forbidden character or a taken name is refused before anything is sent.
+    w.prompter.texts = QStringList{QStringLiteral("b:d"), QStringLiteral("dir"), QStringLiteral("renamed")};
+    w.answer({});
+    QVERIFY(!w.flows.renameEntry(w.row(QStringLiteral("fresh"))));
+    QVERIFY(!w.flows.renameEntry(w.row(QStringLiteral("fresh"))));
+    QCOMPARE(w.prompter.questions.mid(1, 1), QStringList{"Rename: The name b:d cannot be used on the board"});
+    QCOMPARE(w.prompter.questions.mid(3, 1), QStringList{"Rename: dir already exists"});
+    QVERIFY(w.s.log.isEmpty());
+    QVERIFY(w.flows.renameEntry(w.row(QStringLiteral("fresh"))));
+    QVERIFY(w.row(QStringLiteral("renamed")).isValid() && !w.row(QStringLiteral("fresh")).isValid());
+    QVERIFY(QFileInfo(w.s.board.dump() + QStringLiteral("/renamed")).isDir());
+
     // Folders and "..": two levels down and back; ".." at the root does nothing.
     QCOMPARE(w.flows.mcEntryActivated(w.row(QStringLiteral("dir")), {}), FileWorkflows::Navigated);
     QCOMPARE(w.s.model.dirPath(), QStringLiteral("/dir/"));

@@ -47,6 +47,14 @@
 <context>
     <name>BoardFiles</name>
     <message>
+        <source>Cannot rename %1: %2</source>
+        <translation>Не удаётся переименовать %1: %2</translation>
+    </message>
+    <message>
+        <source>%1 renamed to %2</source>
+        <translation>%1 переименован в %2</translation>
+    </message>
+    <message>
         <source>Cannot open %1: %2</source>
         <translation>Не удаётся открыть %1: %2</translation>
     </message>
@@ -323,6 +331,22 @@
 <context>
     <name>FileWorkflows</name>
     <message>
+        <source>Rename</source>
+        <translation>Переименование</translation>
+    </message>
+    <message>
+        <source>New name of %1</source>
+        <translation>Новое имя для %1</translation>
+    </message>
+    <message>
+        <source>The name %1 cannot be used on the board</source>
+        <translation>Имя %1 недопустимо на плате</translation>
+    </message>
+    <message>
+        <source>%1 already exists</source>
+        <translation>%1 уже существует</translation>
+    </message>
+    <message>
         <source>Upload File</source>
         <translation>Загрузка файла</translation>
     </message>
@@ -467,6 +491,14 @@ If not, it will be uploaded to
 </context>
 <context>
     <name>PelkamWindow</name>
+    <message>
+        <source>Rename</source>
+        <translation>Переименовать</translation>
+    </message>
+    <message>
+        <source>Rename a board file or folder</source>
+        <translation>Переименовать файл или папку на плате</translation>
+    </message>
     <message>
         <source>Refresh</source>
         <translation>Обновить</translation>

@@ -6,6 +6,7 @@
 #include "preferences.h"
 #include "qmaterialicon.h"
 #include "remoteedit.h"
+#include "boardpanekeys.h"
 #include "replline.h"
 #include "sync/synchronizer.h"
 #include "syncconfigurationdialog.h"
@@ -103,6 +104,18 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     m_mcMenu->addAction(materialIcon(QStringLiteral("edit")), tr("Edit"))->setData(0);
     m_mcMenu->addAction(materialIcon(QStringLiteral("save")), tr("Download"))->setData(1);
     m_mcMenu->addAction(materialIcon(QStringLiteral("delete")), tr("Remove"))->setData(2);
+    // Rename runs through its own action; its data keeps the switch below out of it.
+    action(QStringLiteral("actionRename"))->setData(3);
+    m_mcMenu->addAction(action(QStringLiteral("actionRename")));
+    auto* keys = new BoardPaneKeys(this);
+    m_mcFileList->installEventFilter(keys);
+    connect(keys, &BoardPaneKeys::openRequested, this,
+            [this] { on_mcFileList_doubleClicked(m_mcFileList->currentIndex()); });
+    connect(keys, &BoardPaneKeys::removeRequested, this, &PelkamWindow::on_actionRemove_triggered);
+    connect(keys, &BoardPaneKeys::upRequested, this, [this] {
+        if (m_mcModel.rowCount() > 0 && m_mcModel.path(m_mcModel.index(0, 0)) == QLatin1String(".."))
+            on_mcFileList_doubleClicked(m_mcModel.index(0, 0));
+    });
 
     wireLink();
     fileOpsEnable(false);
@@ -177,6 +190,8 @@ void PelkamWindow::createActions()
     makeAction("actionCheck_for_updates", tr("Check for Updates"), {}, {}, {});
     makeAction("actionRefresh", tr("Refresh"), tr("List the board folder again"), QStringLiteral("F5"),
                QStringLiteral("sync"));
+    makeAction("actionRename", tr("Rename"), tr("Rename a board file or folder"), QStringLiteral("F2"),
+               QStringLiteral("drive_file_rename_outline"));
 }
 
 void PelkamWindow::createMenusAndToolbars()
@@ -201,7 +216,8 @@ void PelkamWindow::createMenusAndToolbars()
     // Every board action by keyboard and by name.
     QMenu* board = bar->addMenu(tr("Board"));
     board->setObjectName(QStringLiteral("menuBoard"));
-    for (const char* name : {"actionConnect", "actionLaunch", "actionAbort", "actionReset", "actionDFU", "actionRefresh"})
+    for (const char* name : {"actionConnect", "actionLaunch", "actionAbort", "actionReset", "actionDFU", "actionRefresh",
+                             "actionRename"})
         board->addAction(a(name));
     QMenu* help = bar->addMenu(tr("Help"));
     help->setObjectName(QStringLiteral("menuHelp"));
@@ -401,7 +417,8 @@ template <typename Workflow> void PelkamWindow::runWorkflow(Workflow workflow)
 void PelkamWindow::setFileActionsEnabled(bool on)
 {
     for (const char* name : {"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit",
-                             "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch", "actionRefresh"})
+                             "actionRemove", "actionSync", "actionUpload_Package", "actionLaunch", "actionRefresh",
+                             "actionRename"})
         action(QString::fromLatin1(name))->setEnabled(on);
 }
 
@@ -658,6 +675,13 @@ void PelkamWindow::on_actionSync_triggered()
     });
 }
 
+void PelkamWindow::on_actionRename_triggered()
+{
+    const QModelIndex index = m_mcFileList->currentIndex();
+    if (index.isValid())
+        runWorkflow([&] { m_workflows->renameEntry(index); });
+}
+
 void PelkamWindow::on_actionRefresh_triggered()
 {
     if (m_link.isOpen())
@@ -703,6 +727,7 @@ void PelkamWindow::mcFileListMenu(const QPoint& pos)
     const QModelIndex index = m_mcFileList->indexAt(pos);
     if (!index.isValid() || index.column() != 0 || m_mcModel.isDir(index))
         return;
+    m_mcFileList->setCurrentIndex(index);
     QAction* chosen = m_mcMenu->exec(m_mcFileList->viewport()->mapToGlobal(pos));
     if (!chosen)
         return;

@@ -105,6 +105,7 @@ public slots:
     void on_actionNew_Directory_triggered();
     void on_actionSync_triggered();
     void on_actionRefresh_triggered();
+    void on_actionRename_triggered();
     void on_actionUpload_Package_triggered();
     void on_actionNew_File_triggered();
     void on_actionEdit_triggered();

@@ -28,6 +28,7 @@ constexpr int kReplyGraceMs = 1000;
 constexpr int kMkdirTimeoutMs = 5000;
 constexpr int kDirExistsTimeoutMs = 1000;
 constexpr int kHashTimeoutMs = 10000;
+constexpr int kRenameTimeoutMs = 5000;
 constexpr int kListTimeoutMs = 5000;
 constexpr int kChdirTimeoutMs = 5000;
 constexpr int kUnameTimeoutMs = 5000;
@@ -541,6 +542,29 @@ QByteArray BoardFiles::mc_file_hash(const QString& path)
             return line.mid(2, line.size() - 3);
     }
     return {};
+}
+
+bool BoardFiles::mc_rename(const QString& from, const QString& to)
+{
+    const BoardBusy scope(*this);
+    if (!m_link.to_repl())
+        return false;
+    const QString call = QStringLiteral("import os; os.rename(%1, %2)").arg(pyString(from), pyString(to));
+    if (!m_link.replCommand(call.toLatin1(), kRenameTimeoutMs))
+        return false;
+    // Nothing is printed on success; a failure ends with the exception's line.
+    QString failure;
+    while (m_link.hasReply()) {
+        const QByteArray line = m_link.takeReply().trimmed();
+        if (line.contains("Error"))
+            failure = QString::fromLatin1(line);
+    }
+    if (!failure.isEmpty()) {
+        log(tr("Cannot rename %1: %2").arg(from, failure));
+        return false;
+    }
+    log(tr("%1 renamed to %2").arg(from, to));
+    return true;
 }
 
 // ---- Listing ----

@@ -59,6 +59,8 @@ public:
     bool mc_mkdir(QString path);
     bool mc_direxists(const QString& path);
     QByteArray mc_file_hash(const QString& path);
+    // os.rename on the board, in the ordinary REPL; logs the outcome.
+    bool mc_rename(const QString& from, const QString& to);
 
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
     void updateMcDir(QString path);

@@ -193,6 +193,30 @@ bool FileWorkflows::action_remove_core(const QModelIndex& index)
     return true;
 }
 
+bool FileWorkflows::renameEntry(const QModelIndex& index)
+{
+    MCDirModel* model = idleModel(index);
+    if (!model || !m_prompter || model->path(index) == QLatin1String(".."))
+        return false;
+    const QString old = model->path(index);
+    const QString name = m_prompter->text(tr("Rename"), tr("New name of %1").arg(old));
+    if (name.isEmpty() || name == old)
+        return false;
+    // Refused before anything is sent: the name goes into a Python call.
+    if (name.contains(QLatin1Char('/')) || !BoardFiles::forbiddenIn(name).isEmpty()) {
+        m_prompter->warning(tr("Rename"), tr("The name %1 cannot be used on the board").arg(name));
+        return false;
+    }
+    if (model->exists(name, true) || model->exists(name, false)) {
+        m_prompter->warning(tr("Rename"), tr("%1 already exists").arg(name));
+        return false;
+    }
+    const BoardBusy hold(m_files);
+    const bool renamed = m_files.mc_rename(model->fullPath(index), mcDir() + name);
+    refresh();
+    return renamed;
+}
+
 bool FileWorkflows::newDirectory()
 {
     MCDirModel* model = m_files.model();

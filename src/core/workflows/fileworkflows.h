@@ -36,6 +36,8 @@ public:
     bool removeEntry(const QModelIndex& index);
     bool action_remove_core(const QModelIndex& index);
     bool newDirectory();
+    // Asks for the entry's new name and renames it on the board.
+    bool renameEntry(const QModelIndex& index);
 
 signals:
     void logLine(const QString& html);

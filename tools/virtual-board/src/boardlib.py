@@ -101,6 +101,30 @@ for _name in ("chdir", "getcwd", "listdir", "mkdir", "remove", "rename", "rmdir"
     setattr(os, _name, _translated(getattr(_os, _name)))
 os.uname = lambda: _uname
 
+_MOUNT = "/flash" if _cfg.flavour == "stm32" else "/"
+
+
+def _rename(old, new):
+    # This port's VfsPosix loses absolute paths in rename; a board's file
+    # system takes them, so rename relative to the mount point instead.
+    def inside(path):
+        if not path.startswith("/"):
+            path = _os.getcwd().rstrip("/") + "/" + path
+        return path[len(_MOUNT):].lstrip("/") if path.startswith(_MOUNT) else path
+
+    here = _os.getcwd()
+    _os.chdir(_MOUNT)
+    try:
+        _translated(_os.rename)(inside(old), inside(new))
+    finally:
+        try:
+            _os.chdir(here)
+        except OSError:
+            pass  # the folder renamed was the current one
+
+
+os.rename = _rename
+
 
 def _stat(path):
     st = _translated(_os.stat)(path)
