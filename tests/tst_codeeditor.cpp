@@ -230,6 +230,16 @@ void TestCodeEditor::dialog()
     editor.applyFilter();
     QCOMPARE(editor.result(), int(QDialog::Accepted));
     QCOMPARE(editor.text(), QByteArray("{broken")); // uploaded as typed
+    // Escape on modified text asks; No keeps the editor, Yes discards.
+    editor.setResult(-1);
+    editor.editor()->document()->setModified(true);
+    prompter.questions.clear();
+    prompter.answers = {Prompter::No, Prompter::Yes};
+    QTest::keyClick(&editor, Qt::Key_Escape);
+    QCOMPARE(editor.result(), -1);
+    QTest::keyClick(&editor, Qt::Key_Escape);
+    QCOMPARE(editor.result(), int(QDialog::Rejected));
+    QCOMPARE(prompter.questions, QStringList({"Code Editor: Discard the changes?", "Code Editor: Discard the changes?"}));
 
     // Save As: a failure is reported twice (signal and warning); success writes text().
     QTemporaryDir dir;

@@ -269,6 +269,10 @@
 <context>
     <name>CodeEditor</name>
     <message>
+        <source>Discard the changes?</source>
+        <translation>Отменить изменения?</translation>
+    </message>
+    <message>
         <source>Dialog</source>
         <translation>Диалог</translation>
     </message>

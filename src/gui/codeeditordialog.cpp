@@ -8,9 +8,11 @@
 #include "themedetector.h"
 #include "widgetprompter.h"
 
+#include <QCloseEvent>
 #include <QFile>
 #include <QFileInfo>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QPushButton>
 #include <QSettings>
 #include <QTextDocument>
@@ -149,6 +151,7 @@ bool CodeEditor::load(const QString& name, const QByteArray& data)
     if (m_type == EditRules::JSON)
         m_editor->setPlainText(EditRules::shown(m_type, m_editor->toPlainText()));
     document->setPageSize(page);
+    document->setModified(false);
     return true;
 }
 
@@ -175,6 +178,28 @@ void CodeEditor::on_saveButton_clicked()
         return;
     if (!saveAs(path))
         prompter().warning(tr("Save As"), tr("File %1 cannot be written").arg(path));
+}
+
+bool CodeEditor::discardAllowed()
+{
+    return !m_editor->document()->isModified() ||
+           prompter().question(tr("Code Editor"), tr("Discard the changes?"), Prompter::YesNo) == Prompter::Yes;
+}
+
+void CodeEditor::keyPressEvent(QKeyEvent* event)
+{
+    if (event->key() == Qt::Key_Escape && event->modifiers() == Qt::NoModifier && !discardAllowed())
+        return;
+    QDialog::keyPressEvent(event);
+}
+
+void CodeEditor::closeEvent(QCloseEvent* event)
+{
+    if (!discardAllowed()) {
+        event->ignore();
+        return;
+    }
+    QDialog::closeEvent(event);
 }
 
 void CodeEditor::applyFilter()

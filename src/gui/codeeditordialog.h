@@ -16,6 +16,9 @@ class QPushButton;
 // The dialog in which one board (or new) file is edited: highlighter and
 // completer chosen by name and content, binary data shown read-only as a hex
 // dump, JSON indented for editing and compact for upload.
+class QCloseEvent;
+class QKeyEvent;
+
 class CodeEditor : public QDialog {
     Q_OBJECT
 public:
@@ -47,7 +50,14 @@ public slots:
 signals:
     void error(const QString& descr);
 
+protected:
+    // Escape and the window's close button ask before modified text is lost;
+    // "Close without Saving" does not.
+    void keyPressEvent(QKeyEvent* event) override;
+    void closeEvent(QCloseEvent* event) override;
+
 private:
+    bool discardAllowed();
     Prompter& prompter();
 
     QCodeEditor* m_editor;
