@@ -149,6 +149,13 @@ private slots:
         QCOMPARE(QSettings().value(QStringLiteral("UI/LogDir")).toString(), QStringLiteral("/nonexistent-dir"));
         w.on_actionClear_Syslog_triggered();
         QVERIFY(log->toPlainText().isEmpty());
+        // A scrollback limit keeps only the newest lines.
+        QSettings().setValue(QStringLiteral("UI/TerminalLines"), 3);
+        w.readSettings();
+        for (int i = 0; i < 10; ++i)
+            w.logAppend(QString::number(i));
+        QCOMPARE(log->document()->blockCount(), 3);
+        QVERIFY(log->toPlainText().endsWith(QStringLiteral(": 9")));
     }
 
     void userActionsDuringTransfer()

@@ -87,6 +87,7 @@ private slots:
             QCOMPARE(spin->value(), 512);
             spin->stepBy(-1);
             child<QLineEdit>(p, "global_STMFolderEdit")->setText(QStringLiteral("/sd/app"));
+            child<QSpinBox>(p, "global_TerminalLinesSpin")->setValue(5000);
             child<QComboBox>(p, "editor_TabsCombo")->setCurrentIndex(1);
             child<QCheckBox>(p, "editor_AutoIndentCheck")->setChecked(true);
             child<QCheckBox>(p, "global_MCExecCheck")->setChecked(true);
@@ -97,9 +98,11 @@ private slots:
         QSettings s;
         QStringList stored;
         for (const char* key : {"UI/Language", "MC/ClickAction", "MC/SubDirsSel", "MC/TransferSize", "MC/STMDir",
-                                "MC/ESPDir", "MC/SuggestExecute", "Code/Tabs", "Code/Indent", "Code/TabSize"})
+                                "MC/ESPDir", "MC/SuggestExecute", "Code/Tabs", "Code/Indent", "Code/TabSize",
+                                "UI/TerminalLines"})
             stored << s.value(QLatin1String(key)).toString();
-        QCOMPARE(stored, QStringList({"", "download", "0", "256", "/sd/app", "/", "true", "false", "true", "4"}));
+        QCOMPARE(stored,
+                 QStringList({"", "download", "0", "256", "/sd/app", "/", "true", "false", "true", "4", "5000"}));
 
         // From "System" to a language: no warning (deliberately); the same
         // language again: none; another language: one.

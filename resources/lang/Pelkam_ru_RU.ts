@@ -791,6 +791,14 @@ If not, it will be uploaded to
 <context>
     <name>Preferences</name>
     <message>
+        <source>Unlimited</source>
+        <translation>Без ограничения</translation>
+    </message>
+    <message>
+        <source>Terminal lines kept:</source>
+        <translation>Строк в терминале:</translation>
+    </message>
+    <message>
         <source>Preferences</source>
         <translation>Настройки</translation>
     </message>

@@ -447,6 +447,7 @@ void PelkamWindow::readSettings()
         ->setChecked(m_settings.value(QStringLiteral("MC/ConnRest"), false).toBool());
     action(QStringLiteral("actionMonitor_Only"))
         ->setChecked(m_settings.value(QStringLiteral("MC/MonOnly"), false).toBool());
+    applyScrollback();
 }
 
 void PelkamWindow::writeSettings()
@@ -599,8 +600,18 @@ void PelkamWindow::on_actionPreferences_triggered()
     Preferences preferences(this);
     preferences.setPrompter(m_prompter.get());
     preferences.readSettings();
-    if (preferences.exec() == QDialog::Accepted)
+    if (preferences.exec() == QDialog::Accepted) {
         preferences.writeSettings();
+        applyScrollback();
+    }
+}
+
+void PelkamWindow::applyScrollback()
+{
+    // 0 keeps everything; otherwise the oldest lines go as new ones come.
+    const int lines = qMax(0, m_settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
+    m_terminal->document()->setMaximumBlockCount(lines);
+    m_log->document()->setMaximumBlockCount(lines);
 }
 
 void PelkamWindow::on_actionNew_File_triggered()

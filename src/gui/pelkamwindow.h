@@ -132,6 +132,7 @@ private:
     // transfers inside asked for last.
     template <typename Workflow> void runWorkflow(Workflow workflow);
     void updateReplLine();
+    void applyScrollback();
     QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
                         const QString& icon, bool checkable = false);
 

@@ -20,6 +20,7 @@
 namespace {
 constexpr int kTransferDefault = 31; // shown as "Default": any value below 32 means 512
 constexpr int kTransferMax = 1024;
+constexpr int kTerminalLinesMax = 10000000;
 constexpr int kAlwaysAsk = 2;
 
 template <typename Widget> Widget* named(Widget* widget, const char* name)
@@ -86,6 +87,11 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     m_dark = named(new QComboBox(interface), "global_darkCombo");
     m_dark->addItems({tr("Light"), tr("Dark")});
     interfaceForm->addRow(m_darkText, m_dark);
+    m_terminalLines = named(new QSpinBox(interface), "global_TerminalLinesSpin");
+    m_terminalLines->setRange(0, kTerminalLinesMax);
+    m_terminalLines->setSingleStep(1000);
+    m_terminalLines->setSpecialValueText(tr("Unlimited"));
+    interfaceForm->addRow(tr("Terminal lines kept:"), m_terminalLines);
     globalLayout->addWidget(interface);
 
     auto* files = named(new QGroupBox(tr("MC File List"), global), "groupBox");
@@ -186,6 +192,7 @@ void Preferences::readSettings()
     // A numeric code (stored at first start) matches no item: "System" shows.
     m_language->setCurrentIndex(qMax(0, languageIndex));
 
+    m_terminalLines->setValue(settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
     m_clickAction->setCurrentIndex(
         settings.value(QStringLiteral("MC/ClickAction")).toString() == QLatin1String("download") ? 1 : 0);
     const int chunk = settings.value(QStringLiteral("MC/TransferSize"), 0).toInt();
@@ -216,6 +223,7 @@ void Preferences::writeSettings()
     settings.setValue(QStringLiteral("MC/ClickAction"),
                       m_clickAction->currentIndex() == 1 ? QStringLiteral("download") : QStringLiteral("edit"));
     settings.setValue(QStringLiteral("MC/TransferSize"), m_transferSize->value());
+    settings.setValue(QStringLiteral("UI/TerminalLines"), m_terminalLines->value());
     settings.setValue(QStringLiteral("MC/SubDirsSel"), m_dirStructure->currentIndex());
     settings.setValue(QStringLiteral("MC/STMDir"), m_stmFolder->text());
     settings.setValue(QStringLiteral("MC/ESPDir"), m_espFolder->text());

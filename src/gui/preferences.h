@@ -37,6 +37,7 @@ private:
     QLineEdit* m_stmFolder;
     QLineEdit* m_espFolder;
     QSpinBox* m_transferSize;
+    QSpinBox* m_terminalLines;
     QComboBox* m_dirStructure;
     QCheckBox* m_suggestExecute;
     QLabel* m_darkWarning;
