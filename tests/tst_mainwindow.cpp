@@ -13,6 +13,7 @@
 #include <QComboBox>
 #include <QDialog>
 #include <QFileSystemModel>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenuBar>
 #include <QProgressBar>
@@ -45,10 +46,10 @@ private slots:
     {
         PelkamWindow w;
         QVERIFY(!w.findChild<QToolBar*>(QStringLiteral("b_actionsToolBar"))->isEnabled());
-        // The nine file actions, and Refresh with them.
-        const QStringList nine{"actionUpload", "actionDownload",       "actionNew_File", "actionNew_Directory",
-                               "actionEdit",   "actionRemove",         "actionSync",     "actionUpload_Package",
-                               "actionLaunch", "actionRefresh"};
+        // The nine file actions, and Refresh and Rename with them.
+        const QStringList nine{"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory",
+                               "actionEdit",   "actionRemove",   "actionSync",     "actionUpload_Package",
+                               "actionLaunch", "actionRefresh",  "actionRename"};
         w.fileOpsEnable(true);
         for (QAction* a : w.findChildren<QAction*>()) {
             if (a->objectName().isEmpty())
@@ -249,6 +250,7 @@ private slots:
         select(QStringLiteral("sub"));
         QTest::keyClick(pane, Qt::Key_Return);
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/sub/"));
+        QCOMPARE(w.findChild<QLabel*>(QStringLiteral("mcFolderLabel"))->text(), QStringLiteral("Board folder: /flash/sub/"));
         QTest::keyClick(pane, Qt::Key_Backspace);
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
     }

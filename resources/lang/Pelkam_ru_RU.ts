@@ -496,6 +496,10 @@ If not, it will be uploaded to
 <context>
     <name>PelkamWindow</name>
     <message>
+        <source>Board folder: %1</source>
+        <translation>Папка на плате: %1</translation>
+    </message>
+    <message>
         <source>Rename</source>
         <translation>Переименовать</translation>
     </message>

@@ -28,6 +28,7 @@
 #include <QGroupBox>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
 #include <QMenuBar>
@@ -280,7 +281,15 @@ void PelkamWindow::setupUi()
     m_pcFolderEdit->setObjectName(QStringLiteral("pcFolderEdit"));
     folderRow->addWidget(m_pcFolderSelTool);
     folderRow->addWidget(m_pcFolderUpTool);
-    folderRow->addWidget(m_pcFolderEdit);
+    folderRow->addWidget(m_pcFolderEdit, 1);
+    // The listed board folder, at the right end of the row above the board pane.
+    auto* mcFolder = new QLabel(m_fileSystemGroup);
+    mcFolder->setObjectName(QStringLiteral("mcFolderLabel"));
+    mcFolder->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    folderRow->addWidget(mcFolder, 1);
+    connect(&m_mcModel, &MCDirModel::dirPathChanged, mcFolder,
+            [mcFolder](const QString& path) { mcFolder->setText(tr("Board folder: %1").arg(path)); });
+    connect(&m_link, &BoardLink::connectionLost, mcFolder, &QLabel::clear);
     grid->addLayout(folderRow, 0, 0, 1, 2);
     m_pcFileList = new QTreeView(m_fileSystemGroup);
     m_pcFileList->setObjectName(QStringLiteral("pcFileList"));

@@ -114,6 +114,7 @@ void MCDirModel::appendExt(const QJsonArray& entries, bool dir, const QString& n
 void MCDirModel::setDirPath(const QString& path)
 {
     m_path = path.endsWith(QLatin1Char('/')) ? path : path + QLatin1Char('/');
+    emit dirPathChanged(m_path);
 }
 
 QString MCDirModel::humanReadableSize(int size)

@@ -40,6 +40,9 @@ public:
 
     static QString humanReadableSize(int size);
 
+signals:
+    void dirPathChanged(const QString& path);
+
 private:
     struct Item {
         QString name;
