@@ -35,6 +35,7 @@ private slots:
     void corruptedTransfers();
     void silentBoard();
     void shortExchanges();
+    void cancel();
     void scriptsAndLinkTest();
     void listingAndInfo();
 };
@@ -156,6 +157,34 @@ void TestBoardFiles::silentBoard()
     QVERIFY(s.open());
     QVERIFY(!s.files.upload(writeLocal(QStringLiteral("m.bin"), data), QStringLiteral("/flash/m.bin")));
     QVERIFY2(s.logged(QStringLiteral("Transmission error. Aborted")), qPrintable(s.log.join('\n')));
+}
+
+void TestBoardFiles::cancel()
+{
+    // Stopped after the current chunk: one "Cancelled" line, no traceback, and
+    // the board answers the next exchange at once.
+    BoardSession s(QStringLiteral("esp32"), {"--baud", "115200"}, {{"big.bin", randomBytes(12000, 5)}});
+    QVERIFY(s.open());
+    QObject::connect(&s.files, &BoardFiles::progressChanged, [&](int value) {
+        if (value > 4000)
+            s.files.cancel();
+    });
+    QVERIFY(!s.files.upload(writeLocal(QStringLiteral("c.bin"), randomBytes(20000, 6)), QStringLiteral("/c.bin")));
+    QCOMPARE(s.count(QStringLiteral("Cancelled")), 1);
+    s.files.cancel(); // nothing runs: ignored
+    QVERIFY(s.files.download(QStringLiteral("/big.bin"), m_work.filePath(QStringLiteral("b.bin"))));
+    QVERIFY(s.files.lastDownloadOk());
+    QObject::connect(&s.files, &BoardFiles::logLine, [&](const QString& line) {
+        if (line.startsWith(QLatin1String("Downloading")))
+            s.files.cancel();
+    });
+    QVERIFY(s.files.download(QStringLiteral("/big.bin"), m_work.filePath(QStringLiteral("b.bin"))));
+    QVERIFY(!s.files.lastDownloadOk());
+    QCOMPARE(s.count(QStringLiteral("Cancelled")), 2);
+    QVERIFY2(!s.logged(QStringLiteral("Traceback")) && !s.logged(QStringLiteral("Invalid reply")) &&
+                 !s.logged(QStringLiteral("Transmission error")),
+             qPrintable(s.log.join(QLatin1Char(10))));
+    QCOMPARE(s.files.mc_lsdir(QStringLiteral("/"), MC_LIST_FILES).size(), 2);
 }
 
 void TestBoardFiles::shortExchanges()

@@ -52,13 +52,14 @@ private slots:
                                "actionLaunch", "actionRefresh",  "actionRename"};
         w.fileOpsEnable(true);
         for (QAction* a : w.findChildren<QAction*>()) {
-            if (a->objectName().isEmpty())
+            // Cancel is on only while an operation runs.
+            if (a->objectName().isEmpty() || a->objectName() == QLatin1String("actionCancel"))
                 continue;
             QCOMPARE(a->isEnabled(), true);
         }
         w.fileOpsEnable(false);
         for (QAction* a : w.findChildren<QAction*>())
-            if (!a->objectName().isEmpty())
+            if (!a->objectName().isEmpty() && a->objectName() != QLatin1String("actionCancel"))
                 QCOMPARE(a->isEnabled(), !nine.contains(a->objectName()));
     }
 
@@ -191,6 +192,30 @@ private slots:
         // The window reconnects and works as before.
         QVERIFY(w.connectTo(settings));
         QVERIFY(waitFor([&] { return w.mcModel().dirExists(QStringLiteral("lib")); }, 20000));
+
+        // Escape cancels an upload the window runs: one line, a clean board, the pane listed again.
+        w.setupLocalDir(dir.path());
+        auto* pcList = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
+        auto* pcModel = qobject_cast<QFileSystemModel*>(pcList->model());
+        QVERIFY(waitFor([&] { return pcModel->index(big).isValid(); }));
+        auto* log = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QTimer escape;
+        connect(&escape, &QTimer::timeout, &w, [&] {
+            if (w.findChild<QProgressBar*>(QStringLiteral("progressBar"))->value() > 8000) {
+                escape.stop();
+                QTest::keyClick(&w, Qt::Key_Escape);
+            }
+        });
+        escape.start(20);
+        w.activateWindow();
+        QVERIFY(QTest::qWaitForWindowActive(&w));
+        const int before = log->toPlainText().size();
+        w.on_pcFileList_doubleClicked(pcModel->index(big));
+        const QString after = log->toPlainText().mid(before);
+        QCOMPARE(after.count(QStringLiteral("Cancelled")), 1);
+        QVERIFY2(!after.contains(QStringLiteral("Traceback")), qPrintable(after));
+        QVERIFY(w.mcModel().fileExists(QStringLiteral("big.bin")));
+        QVERIFY(w.action(QStringLiteral("actionUpload"))->isEnabled());
     }
 
     void replLineAndRefresh()

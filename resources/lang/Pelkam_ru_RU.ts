@@ -47,6 +47,10 @@
 <context>
     <name>BoardFiles</name>
     <message>
+        <source>Cancelled</source>
+        <translation>Отменено</translation>
+    </message>
+    <message>
         <source>Cannot rename %1: %2</source>
         <translation>Не удаётся переименовать %1: %2</translation>
     </message>
@@ -495,6 +499,14 @@ If not, it will be uploaded to
 </context>
 <context>
     <name>PelkamWindow</name>
+    <message>
+        <source>Cancel</source>
+        <translation>Отмена</translation>
+    </message>
+    <message>
+        <source>Stop the running transfer after the current chunk</source>
+        <translation>Остановить передачу после текущего блока</translation>
+    </message>
     <message>
         <source>Board folder: %1</source>
         <translation>Папка на плате: %1</translation>

@@ -193,6 +193,10 @@ void PelkamWindow::createActions()
                QStringLiteral("sync"));
     makeAction("actionRename", tr("Rename"), tr("Rename a board file or folder"), QStringLiteral("F2"),
                QStringLiteral("drive_file_rename_outline"));
+    // Escape works anywhere in the window, not only while the button shows.
+    addAction(makeAction("actionCancel", tr("Cancel"), tr("Stop the running transfer after the current chunk"),
+                         QStringLiteral("Escape"), QStringLiteral("cancel")));
+    action(QStringLiteral("actionCancel"))->setEnabled(false);
 }
 
 void PelkamWindow::createMenusAndToolbars()
@@ -326,7 +330,18 @@ void PelkamWindow::setupUi()
 
     m_progress = new QProgressBar(central);
     m_progress->setObjectName(QStringLiteral("progressBar"));
-    vertical->addWidget(m_progress);
+    // A Cancel button beside the progress bar, shown with it.
+    auto* progressRow = new QHBoxLayout();
+    progressRow->addWidget(m_progress);
+    auto* cancelButton = new QToolButton(central);
+    cancelButton->setObjectName(QStringLiteral("cancelButton"));
+    cancelButton->setDefaultAction(action(QStringLiteral("actionCancel")));
+    cancelButton->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    cancelButton->hide();
+    progressRow->addWidget(cancelButton);
+    vertical->addLayout(progressRow);
+    connect(m_files.get(), &BoardFiles::progressStarted, cancelButton, &QWidget::show);
+    connect(m_files.get(), &BoardFiles::progressFinished, cancelButton, &QWidget::hide);
     setCentralWidget(central);
 
     createMenusAndToolbars();
@@ -418,7 +433,13 @@ template <typename Workflow> void PelkamWindow::runWorkflow(Workflow workflow)
     m_opsAfterWorkflow = action(QStringLiteral("actionUpload"))->isEnabled();
     ++m_workflowDepth;
     setFileActionsEnabled(false);
+    m_cancelled = false;
+    action(QStringLiteral("actionCancel"))->setEnabled(true);
     workflow();
+    action(QStringLiteral("actionCancel"))->setEnabled(false);
+    // A cancelled operation may have changed the board halfway: list it again.
+    if (m_cancelled && m_link.isOpen())
+        m_files->updateMcDir(m_mcModel.dirPath());
     --m_workflowDepth;
     setFileActionsEnabled(m_opsAfterWorkflow && m_link.isOpen());
 }
@@ -693,6 +714,12 @@ void PelkamWindow::on_actionSync_triggered()
         if (m_link.isOpen())
             m_files->updateMcDir(m_mcModel.dirPath());
     });
+}
+
+void PelkamWindow::on_actionCancel_triggered()
+{
+    m_cancelled = true;
+    m_files->cancel();
 }
 
 void PelkamWindow::on_actionRename_triggered()

@@ -106,6 +106,7 @@ public slots:
     void on_actionSync_triggered();
     void on_actionRefresh_triggered();
     void on_actionRename_triggered();
+    void on_actionCancel_triggered();
     void on_actionUpload_Package_triggered();
     void on_actionNew_File_triggered();
     void on_actionEdit_triggered();
@@ -141,6 +142,7 @@ private:
     QString m_syslogColor;
     QPointer<QTextBrowser> m_terminal;
     ReplLine* m_replLine = nullptr;
+    bool m_cancelled = false;
     QPointer<QTextBrowser> m_log;
     QGroupBox* m_fileSystemGroup = nullptr;
     QTabWidget* m_logTabs = nullptr;

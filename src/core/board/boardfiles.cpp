@@ -60,7 +60,8 @@ BoardBusy::BoardBusy(BoardFiles& files) : m_files(files)
 
 BoardBusy::~BoardBusy()
 {
-    --m_files.m_depth;
+    if (--m_files.m_depth == 0)
+        m_files.m_cancel = m_files.m_cancelLogged = false;
 }
 
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
@@ -125,6 +126,39 @@ quint32 BoardFiles::byteSum(const QByteArray& data)
     for (char c : data)
         sum += static_cast<unsigned char>(c);
     return sum;
+}
+
+void BoardFiles::cancel()
+{
+    if (busy())
+        m_cancel = true;
+}
+
+bool BoardFiles::cancelRequested()
+{
+    if (m_cancel && !m_cancelLogged) {
+        m_cancelLogged = true;
+        log(tr("Cancelled"));
+    }
+    return m_cancel;
+}
+
+void BoardFiles::stopQuietly()
+{
+    if (!m_link.isOpen())
+        return;
+    m_link.clearQueue();
+    m_link.write(QByteArray(1, kCtrlC));
+    // The raw REPL answers the interrupt with its traceback, then ">".
+    QElapsedTimer timer;
+    timer.start();
+    bool interrupted = false;
+    while (!interrupted && timer.elapsed() < kRawSettleMs && m_link.awaitEod(kRawSettleMs)) {
+        while (m_link.hasReply())
+            interrupted = m_link.takeReply().contains("KeyboardInterrupt") || interrupted;
+    }
+    m_link.clearQueue();
+    m_link.clearBuffer();
 }
 
 void BoardFiles::recover()
@@ -316,6 +350,13 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
             return fail(failure);
         }
         emit progressChanged(offset + chunk);
+        if (m_cancel) {
+            emit progressFinished();
+            stopQuietly();
+            cancelRequested();
+            emit fileOpsEnableRequested(true);
+            return false;
+        }
     }
     emit progressFinished();
 
@@ -412,7 +453,8 @@ bool BoardFiles::download(const QString& source, QFile* target)
             target->write(data);
             for (char c : data)
                 sum += static_cast<unsigned char>(c);
-            if (!m_link.tranceive(QByteArrayLiteral("^^"), kAckTimeoutMs)) {
+            // Anything but "^^" makes the board end the transfer cleanly.
+            if (!m_link.tranceive(m_cancel ? QByteArrayLiteral("!!") : QByteArrayLiteral("^^"), kAckTimeoutMs)) {
                 log(tr("Communication timed out"));
                 break;
             }
@@ -427,7 +469,8 @@ bool BoardFiles::download(const QString& source, QFile* target)
         } else if (reply.endsWith("#6")) {
             reply.chop(2);
             finished = true;
-            log(tr("Transmission error: %1").arg(QString::fromLatin1(reply)));
+            if (!(m_cancel && cancelRequested()))
+                log(tr("Transmission error: %1").arg(QString::fromLatin1(reply)));
             break;
         } else {
             log(tr("Communication error - unexpected data"));

@@ -39,6 +39,12 @@ public:
     // True while an operation talks to the board. Board calls wait in nested
     // event loops, so user actions check this before starting another one.
     bool busy() const { return m_depth > 0; }
+    // Asks the running operation (a transfer, sync, backup or package) to stop
+    // after the current chunk; nothing happens while none runs.
+    void cancel();
+    // True from a cancel until the outermost running operation ends; the first
+    // call that sees it logs the one "Cancelled" line.
+    bool cancelRequested();
 
     bool upload_script(const QString& path);
     bool execute_script(const QString& path);
@@ -104,10 +110,15 @@ private:
     // Re-enters the raw REPL after a transfer and swallows its banner.
     bool settleRaw();
     void log(const QString& text) { emit logLine(text); }
+    // Interrupts our function on the board and swallows its traceback, so a
+    // cancel leaves a clean prompt and a clean log.
+    void stopQuietly();
 
     friend class BoardBusy;
     BoardLink& m_link;
     MCDirModel* m_model = nullptr;
     int m_depth = 0;
+    bool m_cancel = false;
+    bool m_cancelLogged = false;
     bool m_lastDownloadOk = false;
 };

@@ -97,7 +97,7 @@ bool PackageInstaller::mkdir(const QString& path)
 
 bool PackageInstaller::uploadEntry(const QByteArray& data, const QString& target)
 {
-    if (!m_files.checkTarget(target))
+    if (m_files.cancelRequested() || !m_files.checkTarget(target))
         return false;
     QBuffer buffer;
     buffer.setData(data);

@@ -69,6 +69,8 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     bool switched = false;
     QStringList uploads;
     for (const QString& f : files) {
+        if (m_files.cancelRequested())
+            return false;
         const QByteArray reply = m_files.mc_file_hash(destination + f);
         if (reply.isEmpty()) {
             log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
@@ -117,8 +119,9 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
             }
             created << folder;
         }
-        if (!m_files.upload(source + QLatin1Char('/') + f, target)) {
-            log(abortText());
+        if (m_files.cancelRequested() || !m_files.upload(source + QLatin1Char('/') + f, target)) {
+            if (!m_files.cancelRequested())
+                log(abortText());
             return false;
         }
         emit fileUploaded(f);

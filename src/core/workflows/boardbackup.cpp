@@ -63,6 +63,8 @@ bool BoardBackup::fetch(const QString& boardPath, const QString& localPath)
     const QString part = localPath + kPartSuffix;
     // One retry: a single corrupted block should not cost the file.
     for (int attempt = 0; attempt < 2 && m_files.link().isOpen(); ++attempt) {
+        if (m_files.cancelRequested())
+            break;
         if (attempt > 0)
             log(tr("Retrying %1").arg(boardPath));
         const bool ok = m_files.download(boardPath, part) && m_files.lastDownloadOk();
@@ -100,6 +102,8 @@ bool BoardBackup::run(const QString& boardDirectory, const QString& localDir)
     emit progress(0, m_total, 0);
     const QString prefix = boardDir == QLatin1String("/") ? boardDir : boardDir + QLatin1Char('/');
     for (const Entry& entry : qAsConst(files)) {
+        if (m_files.cancelRequested())
+            return false;
         if (!m_files.link().isOpen()) {
             log(tr("Backup aborted: the MC is disconnected"));
             return false;
