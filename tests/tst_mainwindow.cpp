@@ -15,6 +15,7 @@
 #include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMimeData>
 #include <QMenuBar>
 #include <QProgressBar>
 #include <QTabWidget>
@@ -278,6 +279,26 @@ private slots:
         QCOMPARE(w.findChild<QLabel*>(QStringLiteral("mcFolderLabel"))->text(), QStringLiteral("Board folder: /flash/sub/"));
         QTest::keyClick(pane, Qt::Key_Backspace);
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
+
+        // Drops: a PC file onto the board pane goes up, a board file onto the PC pane comes down.
+        QTemporaryDir pc;
+        w.setupLocalDir(pc.path());
+        const auto drop = [](QWidget* target, QMimeData* mime) {
+            QDragEnterEvent enter(QPoint(5, 5), Qt::CopyAction, mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(target, &enter);
+            QDropEvent dropped(QPointF(5, 5), Qt::CopyAction, mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(target, &dropped);
+        };
+        QMimeData up;
+        up.setUrls({QUrl::fromLocalFile(writeFile(pc.filePath(QStringLiteral("dropped.py")), "x = 1\n"))});
+        drop(pane->viewport(), &up);
+        QVERIFY(w.mcModel().fileExists(QStringLiteral("dropped.py")));
+        QFile::remove(pc.filePath(QStringLiteral("dropped.py")));
+        select(QStringLiteral("dropped.py"));
+        QMimeData down;
+        down.setData(QStringLiteral("application/x-pelkam-board-row"), QByteArray::number(pane->currentIndex().row()));
+        drop(w.findChild<QTreeView*>(QStringLiteral("pcFileList"))->viewport(), &down);
+        QCOMPARE(readFile(pc.filePath(QStringLiteral("dropped.py"))), QByteArray("x = 1\n"));
     }
 
     void connectionPopup()

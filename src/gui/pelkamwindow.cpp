@@ -7,6 +7,7 @@
 #include "qmaterialicon.h"
 #include "remoteedit.h"
 #include "boardpanekeys.h"
+#include "panedragdrop.h"
 #include "replline.h"
 #include "sync/synchronizer.h"
 #include "syncconfigurationdialog.h"
@@ -108,6 +109,21 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     // Rename runs through its own action; its data keeps the switch below out of it.
     action(QStringLiteral("actionRename"))->setData(3);
     m_mcMenu->addAction(action(QStringLiteral("actionRename")));
+    // Dropped PC files go up one by one with Upload's questions; a dropped
+    // board file comes down with the overwrite question.
+    auto* dragDrop = new PaneDragDrop(m_pcFileList, m_mcFileList, this);
+    connect(dragDrop, &PaneDragDrop::pcFilesDropped, this, [this](const QStringList& paths) {
+        runWorkflow([&] {
+            for (const QString& path : paths)
+                if (m_link.isOpen() && !m_cancelled)
+                    m_workflows->local_file_upload(QFileInfo(path));
+        });
+    });
+    connect(dragDrop, &PaneDragDrop::boardEntryDropped, this, [this](int row) {
+        const QModelIndex index = m_mcModel.index(row, 0);
+        if (index.isValid() && !m_mcModel.isDir(index))
+            runWorkflow([&] { m_workflows->action_download_core(index); });
+    });
     auto* keys = new BoardPaneKeys(this);
     m_mcFileList->installEventFilter(keys);
     connect(keys, &BoardPaneKeys::openRequested, this,
