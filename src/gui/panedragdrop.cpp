@@ -13,7 +13,8 @@
 const QString PaneDragDrop::kBoardMime = QStringLiteral("application/x-pelkam-board-row");
 
 PaneDragDrop::PaneDragDrop(QAbstractItemView* pcView, QAbstractItemView* boardView, QObject* parent)
-    : QObject(parent), m_pc(pcView), m_board(boardView)
+    : QObject(parent), m_pc(pcView), m_board(boardView), m_pcViewport(pcView->viewport()),
+      m_boardViewport(boardView->viewport())
 {
     m_pc->setDragEnabled(true);
     m_pc->setDragDropMode(QAbstractItemView::DragDrop);
@@ -25,7 +26,9 @@ PaneDragDrop::PaneDragDrop(QAbstractItemView* pcView, QAbstractItemView* boardVi
 
 bool PaneDragDrop::eventFilter(QObject* watched, QEvent* event)
 {
-    const bool onBoard = watched == m_board->viewport();
+    if (watched != m_boardViewport && watched != m_pcViewport)
+        return false;
+    const bool onBoard = watched == m_boardViewport;
     switch (event->type()) {
     case QEvent::MouseButtonPress:
         if (onBoard) {

@@ -27,6 +27,10 @@ protected:
 private:
     QAbstractItemView* m_pc;
     QAbstractItemView* m_board;
+    // Kept from the start: while a view is destroyed its viewport still gets
+    // events, and asking the half-gone view for it would be undefined.
+    QObject* m_pcViewport;
+    QObject* m_boardViewport;
     QPoint m_pressAt;
     QModelIndex m_pressed;
 };
