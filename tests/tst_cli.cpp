@@ -6,6 +6,8 @@
 #include <QProcess>
 #include <QtTest>
 
+#include <csignal>
+
 // Drives pelkam-cli as a user would, against the virtual board.
 class TestCli : public QObject {
     Q_OBJECT
@@ -87,6 +89,9 @@ private slots:
     }
 
     void installAndSync();
+    void mirrorAndIgnore();
+    void watch();
+    void manyBoards();
     void backupAndRestore_data();
     void backupAndRestore();
     void backupFaults();
@@ -179,6 +184,93 @@ void TestCli::installAndSync()
         QVERIFY(r.err.contains("forbidden character : in /app/b:bad.py"));
     }
     QCOMPARE(files(board.dump() + "/app"), tree);
+}
+
+void TestCli::mirrorAndIgnore()
+{
+    VirtualBoard board(QStringLiteral("esp32"), {},
+                       {{"app/main.py", "old"}, {"app/old.py", "x"}, {"app/olddir/sub/y.py", "y"}, {"app/secrets/key.txt", "k"}});
+    QVERIFY(board.isRunning());
+    QTemporaryDir project;
+    const QMap<QString, QByteArray> tree{{"main.py", "m"},
+                                         {"lib/u.py", "u"},
+                                         {"__pycache__/c.pyc", "c"},
+                                         {"secrets/key.txt", "local key"},
+                                         {"secrets/public.txt", "pub"},
+                                         {".pelkamignore", "# caches and keys stay here\n__pycache__/\n/secrets/*\n"
+                                                           "!/secrets/public.txt\n"}};
+    for (auto it = tree.cbegin(); it != tree.cend(); ++it)
+        writeFile(project.filePath(it.key()), it.value());
+    const auto report = [](const char* verb) {
+        QByteArray text("lib/u.py\nsecrets/public.txt\nmain.py\n");
+        for (const char* path : {"/app/old.py", "/app/olddir/sub/y.py", "/app/olddir/sub", "/app/olddir"})
+            text += QByteArray(verb) + ' ' + path + '\n';
+        return text;
+    };
+    const QStringList sync{"--port", board.path(), "--type", "esp32", "sync", project.path(), "/app", "--delete"};
+    Run r = cli(sync + QStringList{"--dry-run"});
+    QCOMPARE(r.code, 0);
+    QCOMPARE(r.out, report("would delete"));
+    QCOMPARE(files(board.dump() + "/app").value("old.py"), QByteArray("x"));
+    r = cli(sync);
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(r.out, report("deleted"));
+    const QMap<QString, QByteArray> expected{
+        {"main.py", "m"}, {"lib/u.py", "u"}, {"secrets/key.txt", "k"}, {"secrets/public.txt", "pub"}};
+    QCOMPARE(files(board.dump() + "/app"), expected);
+    QVERIFY(!QFileInfo::exists(board.dump() + "/app/olddir"));
+}
+
+void TestCli::watch()
+{
+    VirtualBoard board(QStringLiteral("esp32"), {"--reset-delay", "1500"});
+    QVERIFY(board.isRunning());
+    QTemporaryDir project;
+    writeFile(project.filePath("main.py"), "v1");
+    QProcess p;
+    QByteArray out, err;
+    connect(&p, &QProcess::readyReadStandardOutput, [&] { out += p.readAllStandardOutput(); });
+    connect(&p, &QProcess::readyReadStandardError, [&] { err += p.readAllStandardError(); });
+    p.start(QString::fromLocal8Bit(qgetenv("PELKAM_CLI")),
+            {"--port", board.path(), "--type", "esp32", "watch", project.path(), "/app"});
+    QVERIFY2(waitFor([&] { return err.contains("Watching"); }, 60000), err.constData());
+    QCOMPARE(out, QByteArray("main.py\n"));
+    // An editor that saves by writing a temporary and renaming it over the file.
+    writeFile(project.filePath("lib/.new.py.swp"), "new");
+    QVERIFY(QFile::rename(project.filePath("lib/.new.py.swp"), project.filePath("lib/new.py")));
+    QVERIFY2(waitFor([&] { return out.contains("lib/new.py\n"); }, 30000), err.constData());
+    // Saved while the board is away: uploaded once it is back.
+    board.unplug();
+    QVERIFY(waitFor([&] { return err.contains("dropped off"); }, 10000));
+    writeFile(project.filePath("main.py"), "v2");
+    QVERIFY2(waitFor([&] { return out.count("main.py\n") == 2; }, 60000), err.constData());
+    ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
+    QVERIFY(p.waitForFinished(20000));
+    QCOMPARE(p.exitStatus(), QProcess::NormalExit);
+    QCOMPARE(p.exitCode(), 0);
+    QCOMPARE(files(board.dump() + "/app"), (QMap<QString, QByteArray>{{"main.py", "v2"}, {"lib/new.py", "new"}}));
+}
+
+void TestCli::manyBoards()
+{
+    const QByteArray big = QByteArray("0123456789abcdef").repeated(1500);
+    QTemporaryDir project;
+    writeFile(project.filePath("big.bin"), big);
+    writeFile(project.filePath("main.py"), "m");
+    VirtualBoard a(QStringLiteral("esp32")), b(QStringLiteral("esp32"));
+    VirtualBoard pulled(QStringLiteral("esp32"), {"--arm-on", "_upload(", "--drop-rx", "8000"});
+    QVERIFY(a.isRunning() && b.isRunning() && pulled.isRunning());
+    const Run r = cli({"--port", a.path(), "--port", pulled.path(), "--port", b.path(), "--type", "esp32", "sync",
+                       project.path(), "/"});
+    QCOMPARE(r.code, 1);
+    for (VirtualBoard* board : {&a, &b}) {
+        for (const char* name : {"\tbig.bin\n", "\tmain.py\n"})
+            QVERIFY2(r.out.contains(board->path().toUtf8() + name), r.out.constData());
+        QCOMPARE(files(board->dump()).value("big.bin"), big);
+    }
+    QVERIFY(!r.out.contains((pulled.path() + "\tmain.py").toUtf8()));
+    QVERIFY(r.err.contains((pulled.path() + ": failed (exit 1)").toUtf8()));
+    QVERIFY(r.err.contains("2 of 3 boards succeeded"));
 }
 
 void TestCli::backupAndRestore_data()

@@ -1,5 +1,6 @@
 #include "boardsession.h"
 #include "packages/packageinstaller.h"
+#include "sync/ignorerules.h"
 #include "sync/synchronizer.h"
 #include "workflows/fileworkflows.h"
 
@@ -53,6 +54,8 @@ private slots:
     void uploadQuestions();
     void boardPane();
     void collectionOrder();
+    void ignoreRules_data();
+    void ignoreRules();
     void synchronisation();
     void sha1BoardAndFailures();
 };
@@ -236,6 +239,46 @@ void TestWorkflows::collectionOrder()
     QCOMPARE(Synchronizer::collectSyncFiles(root.path(), QString(), true),
              QStringList({"m/3.txt", "z/y/2.txt", "z/1.txt", "a.txt", "b.txt"}));
     QCOMPARE(Synchronizer::collectSyncFiles(root.path(), QString(), false), QStringList({"a.txt", "b.txt"}));
+}
+
+void TestWorkflows::ignoreRules_data()
+{
+    QTest::addColumn<QString>("rules");
+    QTest::addColumn<QString>("path");
+    QTest::addColumn<bool>("isDir");
+    QTest::addColumn<bool>("ignored");
+    const auto row = [](const char* name, const char* rules, const char* path, bool isDir, bool ignored) {
+        QTest::newRow(name) << QString::fromLatin1(rules) << QString::fromLatin1(path) << isDir << ignored;
+    };
+    row("any level", "*.pyc", "lib/x.pyc", false, true);
+    row("star stays in a name", "lib*", "libs/x.py", false, true);
+    row("folder rule, file", "build/", "build", false, false);
+    row("folder rule, inside", "build/", "src/build/x.py", false, true);
+    row("anchored", "/main.py", "lib/main.py", false, false);
+    row("middle slash anchors", "lib/*.py", "x/lib/a.py", false, false);
+    row("star stops at slash", "lib/*.py", "lib/sub/a.py", false, false);
+    row("leading globstar", "**/test_*.py", "a/b/test_c.py", false, true);
+    row("inner globstar, none", "a/**/z.py", "a/z.py", false, true);
+    row("inner globstar, deep", "a/**/z.py", "a/b/c/z.py", false, true);
+    row("trailing globstar", "docs/**", "docs/a/b.md", false, true);
+    row("question mark", "?.py", "ab.py", false, false);
+    row("class", "[a-c].py", "b.py", false, true);
+    row("negated class", "[!a-c].py", "b.py", false, false);
+    row("re-included", "*.txt\n!keep.txt", "keep.txt", false, false);
+    row("last rule wins", "!keep.txt\n*.txt", "keep.txt", false, true);
+    row("parent folder stays ignored", "secret/\n!secret/a.txt", "secret/a.txt", false, true);
+    row("contents re-included", "/secrets/*\n!/secrets/public.txt", "secrets/public.txt", false, false);
+    row("comment and escape", "# main.py\n\\#x\n", "#x", false, true);
+    row("comment is no rule", "# main.py", "main.py", false, false);
+}
+
+void TestWorkflows::ignoreRules()
+{
+    QFETCH(QString, rules);
+    QFETCH(QString, path);
+    QFETCH(bool, isDir);
+    QFETCH(bool, ignored);
+    QCOMPARE(IgnoreRules(rules).ignored(path, isDir), ignored);
 }
 
 void TestWorkflows::synchronisation()

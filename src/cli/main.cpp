@@ -2,18 +2,23 @@
 #include "board/boardfiles.h"
 #include "link/boardlink.h"
 #include "packages/packageinstaller.h"
+#include "sync/folderwatcher.h"
 #include "sync/synchronizer.h"
 #include "workflows/boardbackup.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
+#include <QProcess>
 #include <QRegularExpression>
 #include <QTextStream>
+#include <QTimer>
 
+#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <unistd.h>
@@ -42,13 +47,43 @@ const char* const kCommands = R"(Commands:
                                uploaded (--dry-run: would upload). Unlike the
                                window's Sync, it first creates the board folders
                                the uploads need. Options: --no-recursive,
-                               --no-missing, --dry-run.
+                               --no-missing, --dry-run, --delete (then remove
+                               board files and folders LOCAL_DIR lacks, printing
+                               "deleted PATH"; with --dry-run "would delete PATH").
+                               Files matching LOCAL_DIR/.pelkamignore (gitignore
+                               syntax) are neither uploaded nor deleted.
+  watch LOCAL_DIR BOARD_DIR    sync once, then upload every file saved under
+                               LOCAL_DIR as it is saved, printing each; waits
+                               for a board that drops off and syncs again when
+                               it is back. Ends on SIGINT or SIGTERM after the
+                               file in flight. Option: --delete.
   backup BOARD_DIR LOCAL_DIR   copy a board folder tree to LOCAL_DIR, every file
                                checked; prints each file saved. LOCAL_DIR must be
                                empty or absent unless --force is given. Restore
                                with: sync LOCAL_DIR BOARD_DIR
 
-Exit status: 0 success, 1 the operation failed, 2 usage error.)";
+--port may be given more than once: the command then runs on every board at
+once, each output line prefixed with the port and a tab, a summary on standard
+error.
+
+Exit status: 0 success, 1 the operation failed (on any board), 2 usage error.)";
+
+// Set from SIGINT and SIGTERM; long-running commands end when they see it.
+volatile std::sig_atomic_t g_stopRequested = 0;
+
+void requestStop(int)
+{
+    g_stopRequested = 1;
+}
+
+// Runs the event loop for ms; false once a stop was requested.
+bool pump(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+    return g_stopRequested == 0;
+}
 
 QString plain(QString html)
 {
@@ -191,21 +226,33 @@ QString boardDirectory(QString dir)
     return dir;
 }
 
-int cmdSync(Context& c)
+// The sync options every syncing command shares, with LOCAL_DIR's ignore rules.
+Synchronizer::Options syncOptions(const Context& c, const QString& source)
 {
-    const QString source = QDir(c.args.value(0)).absolutePath();
-    Synchronizer sync(c.files);
-    c.logTo(&sync, &Synchronizer::logLine);
-    QObject::connect(&sync, &Synchronizer::fileUploaded, [&c](const QString& path) {
-        c.out << path << '\n' << Qt::flush;
-    });
     Synchronizer::Options options;
     options.missing = !c.option("no-missing");
     options.dryRun = c.option("dry-run");
     options.createDirs = true;
-    const QStringList files = Synchronizer::collectSyncFiles(source, QString(), !c.option("no-recursive"));
-    const QString destination = boardDirectory(c.args.value(1));
-    // All or nothing: a name the board cannot take stops the sync before the first upload.
+    options.deleteExtra = c.option("delete");
+    options.recursive = !c.option("no-recursive");
+    options.ignore = IgnoreRules::forFolder(source);
+    return options;
+}
+
+void printSyncResults(Context& c, Synchronizer& sync, bool dryRun)
+{
+    c.logTo(&sync, &Synchronizer::logLine);
+    QObject::connect(&sync, &Synchronizer::fileUploaded, [&c](const QString& path) {
+        c.out << path << '\n' << Qt::flush;
+    });
+    QObject::connect(&sync, &Synchronizer::fileDeleted, [&c, dryRun](const QString& path) {
+        c.out << (dryRun ? "would delete " : "deleted ") << path << '\n' << Qt::flush;
+    });
+}
+
+// All or nothing: a name the board cannot take stops the sync before the first upload.
+bool namesRefused(Context& c, const QStringList& files, const QString& destination)
+{
     bool refused = false;
     for (const QString& f : files) {
         const QString refusal = BoardFiles::forbiddenIn(destination + f);
@@ -213,9 +260,92 @@ int cmdSync(Context& c)
             c.err << refusal << '\n';
         refused = refused || !refusal.isEmpty();
     }
-    if (refused)
+    return refused;
+}
+
+int cmdSync(Context& c)
+{
+    const QString source = QDir(c.args.value(0)).absolutePath();
+    const Synchronizer::Options options = syncOptions(c, source);
+    Synchronizer sync(c.files);
+    printSyncResults(c, sync, options.dryRun);
+    const QStringList files =
+        options.ignore.filtered(Synchronizer::collectSyncFiles(source, QString(), options.recursive));
+    const QString destination = boardDirectory(c.args.value(1));
+    if (namesRefused(c, files, destination))
         return kExitFailed;
     return sync.synchronize(source, destination, files, options) ? kExitOk : kExitFailed;
+}
+
+// Brings a board that dropped off back: true once it answers again.
+bool reconnect(Context& c)
+{
+    if (!c.link.doConnect())
+        return false;
+    if (c.link.mc_stop(true) != MC_STOPPED) {
+        c.link.connectionClosed();
+        return false;
+    }
+    return true;
+}
+
+int cmdWatch(Context& c)
+{
+    const QString source = QDir(c.args.value(0)).absolutePath();
+    const QString destination = boardDirectory(c.args.value(1));
+    Synchronizer::Options options = syncOptions(c, source);
+    Synchronizer sync(c.files);
+    printSyncResults(c, sync, false);
+    // A stop ends a running sync after the file in flight.
+    QObject::connect(&sync, &Synchronizer::fileUploaded, [&c] {
+        if (g_stopRequested)
+            c.files.cancel();
+    });
+    const auto syncAll = [&] {
+        const QStringList files = options.ignore.filtered(Synchronizer::collectSyncFiles(source, QString(), true));
+        return !namesRefused(c, files, destination) && sync.synchronize(source, destination, files, options);
+    };
+    if (!syncAll() && c.link.isOpen())
+        return g_stopRequested ? kExitOk : kExitFailed;
+
+    FolderWatcher watcher(source);
+    QStringList saved;
+    bool removed = false;
+    QObject::connect(&watcher, &FolderWatcher::changed, [&](const QStringList& s, const QStringList& r) {
+        for (const QString& f : s)
+            if (!saved.contains(f))
+                saved << f;
+        removed = removed || !r.isEmpty();
+    });
+    c.err << "Watching " << source << " (Ctrl+C ends)\n" << Qt::flush;
+    bool waiting = false;
+    while (pump(100)) {
+        if (!c.link.isOpen()) {
+            if (!waiting)
+                c.err << "The board dropped off; waiting for it\n" << Qt::flush;
+            waiting = true;
+            if (!pump(500) || !reconnect(c))
+                continue;
+            waiting = false;
+            c.err << "The board is back\n" << Qt::flush;
+            saved.clear();
+            removed = false;
+            syncAll();
+            continue;
+        }
+        if (saved.isEmpty() && !removed)
+            continue;
+        // The ignore file itself may have changed.
+        options.ignore = IgnoreRules::forFolder(source);
+        const QStringList files = options.ignore.filtered(saved);
+        Synchronizer::Options once = options;
+        once.deleteExtra = options.deleteExtra && removed;
+        saved.clear();
+        removed = false;
+        if (!namesRefused(c, files, destination))
+            sync.synchronize(source, destination, files, once);
+    }
+    return kExitOk;
 }
 
 int cmdBackup(Context& c)
@@ -258,6 +388,7 @@ const QHash<QString, Command>& commands()
         {QStringLiteral("exec"), {1, cmdExec}},
         {QStringLiteral("install"), {1, cmdInstall}},
         {QStringLiteral("sync"), {2, cmdSync}},
+        {QStringLiteral("watch"), {2, cmdWatch}},
         {QStringLiteral("backup"), {2, cmdBackup}},
     };
     return table;
@@ -270,12 +401,81 @@ QString checkArguments(const QString& command, const QStringList& args)
         return QStringLiteral("mkdir takes an absolute board path");
     if (command == QLatin1String("install") && !PackageInstaller::isPackageName(args.value(0)))
         return QStringLiteral("install takes a .upack or .ufw package");
-    if (command == QLatin1String("sync") && !QFileInfo(args.value(0)).isDir())
-        return QStringLiteral("sync: %1 is not a folder").arg(args.value(0));
-    if ((command == QLatin1String("sync") || command == QLatin1String("backup")) &&
-        !args.value(command == QLatin1String("sync") ? 1 : 0).startsWith(QLatin1Char('/')))
+    const bool syncing = command == QLatin1String("sync") || command == QLatin1String("watch");
+    if (syncing && !QFileInfo(args.value(0)).isDir())
+        return QStringLiteral("%1: %2 is not a folder").arg(command, args.value(0));
+    if ((syncing || command == QLatin1String("backup")) && !args.value(syncing ? 1 : 0).startsWith(QLatin1Char('/')))
         return QStringLiteral("%1 takes an absolute board folder").arg(command);
     return QString();
+}
+// One child process per board, each with its own link and event loop; their
+// lines are passed on prefixed with the port.
+int runOnEveryPort(const QStringList& ports)
+{
+    QStringList common = QCoreApplication::arguments().mid(1);
+    for (int i = 0; i < common.size();) {
+        if (common.at(i) == QLatin1String("--port") || common.at(i) == QLatin1String("-port"))
+            common.erase(common.begin() + i, common.begin() + qMin(i + 2, common.size()));
+        else if (common.at(i).startsWith(QLatin1String("--port=")))
+            common.removeAt(i);
+        else
+            ++i;
+    }
+    QTextStream out(stdout);
+    QTextStream err(stderr);
+    struct Board {
+        QString port;
+        QProcess* process;
+        QByteArray pending[2];
+    };
+    QList<Board> boards;
+    for (const QString& port : ports)
+        boards.append({port, new QProcess(qApp), {}});
+    const auto pass = [&](Board& b, int channel, bool all) {
+        QByteArray& buffer = b.pending[channel];
+        b.process->setReadChannel(channel == 0 ? QProcess::StandardOutput : QProcess::StandardError);
+        buffer += b.process->readAll();
+        QTextStream& to = channel == 0 ? out : err;
+        int end;
+        while ((end = buffer.indexOf('\n')) >= 0 || (all && !buffer.isEmpty())) {
+            const QByteArray line = end >= 0 ? buffer.left(end) : buffer;
+            buffer.remove(0, end >= 0 ? end + 1 : buffer.size());
+            // Progress lines redraw themselves with "\r"; only their last state is passed on.
+            to << b.port << '\t' << QString::fromLocal8Bit(line.mid(line.lastIndexOf('\r') + 1)) << '\n' << Qt::flush;
+        }
+    };
+    for (Board& b : boards) {
+        QObject::connect(b.process, &QProcess::readyReadStandardOutput, [&pass, &b] { pass(b, 0, false); });
+        QObject::connect(b.process, &QProcess::readyReadStandardError, [&pass, &b] { pass(b, 1, false); });
+        b.process->start(QCoreApplication::applicationFilePath(),
+                         QStringList{QStringLiteral("--port"), b.port} + common);
+    }
+    const auto running = [&boards] {
+        for (const Board& b : boards)
+            if (b.process->state() != QProcess::NotRunning)
+                return true;
+        return false;
+    };
+    bool stopping = false;
+    while (running()) {
+        if (!pump(50) && !stopping) {
+            stopping = true;
+            for (Board& b : boards)
+                b.process->terminate();
+        }
+    }
+    int failed = 0;
+    for (Board& b : boards) {
+        pass(b, 0, true);
+        pass(b, 1, true);
+        const bool ok = b.process->error() != QProcess::FailedToStart &&
+                        b.process->exitStatus() == QProcess::NormalExit && b.process->exitCode() == kExitOk;
+        failed += ok ? 0 : 1;
+        err << b.port << ": " << (ok ? QStringLiteral("ok") : QStringLiteral("failed (exit %1)").arg(b.process->exitCode()))
+            << '\n';
+    }
+    err << boards.size() - failed << " of " << boards.size() << " boards succeeded\n" << Qt::flush;
+    return failed == 0 ? kExitOk : kExitFailed;
 }
 } // namespace
 
@@ -291,7 +491,10 @@ int main(int argc, char* argv[])
                                      QString::fromLatin1(kCommands));
     parser.addHelpOption();
     parser.addVersionOption();
-    parser.addOption({QStringLiteral("port"), QStringLiteral("Serial port or device path."), QStringLiteral("PATH")});
+    parser.addOption({QStringLiteral("port"),
+                      QStringLiteral("Serial port or device path; given more than once, the command runs on every "
+                                     "board at once."),
+                      QStringLiteral("PATH")});
     parser.addOption({QStringLiteral("type"), QStringLiteral("Board type: stm32 (default) or esp32."),
                       QStringLiteral("TYPE"), QStringLiteral("stm32")});
     parser.addOption({QStringLiteral("baud"), QStringLiteral("Baud rate (default 115200)."), QStringLiteral("N"),
@@ -299,6 +502,8 @@ int main(int argc, char* argv[])
     parser.addOption({QStringLiteral("no-recursive"), QStringLiteral("sync: only the folder's own files.")});
     parser.addOption({QStringLiteral("no-missing"), QStringLiteral("sync: skip files the board does not have.")});
     parser.addOption({QStringLiteral("dry-run"), QStringLiteral("sync: compare only, upload nothing.")});
+    parser.addOption({QStringLiteral("delete"),
+                      QStringLiteral("sync, watch: remove board files and folders the local folder lacks.")});
     parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("What to do (see above)."));
     if (!parser.parse(QCoreApplication::arguments()))
@@ -333,6 +538,12 @@ int main(int argc, char* argv[])
     const QString problem = checkArguments(command, args);
     if (!problem.isEmpty())
         return usage(problem);
+
+    std::signal(SIGINT, requestStop);
+    std::signal(SIGTERM, requestStop);
+    const QStringList ports = parser.values(QStringLiteral("port"));
+    if (ports.size() > 1)
+        return runOnEveryPort(ports);
 
     QTextStream out(stdout);
     QTextStream err(stderr);

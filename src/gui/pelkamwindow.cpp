@@ -10,7 +10,7 @@
 #include "panedragdrop.h"
 #include "replline.h"
 #include "sync/synchronizer.h"
-#include "syncconfigurationdialog.h"
+#include "syncflow.h"
 #include "themedetector.h"
 #include "updater.h"
 #include "widgetprompter.h"
@@ -59,6 +59,12 @@ PelkamWindow::PelkamWindow(QWidget* parent)
       m_prompter(std::make_unique<WidgetPrompter>(this))
 {
     m_remoteEdit = new RemoteEdit(*m_files, this);
+    m_syncFlow = std::make_unique<SyncFlow>(*m_files, *m_sync, [this](const std::function<void()>& workflow) {
+        if (m_files->busy() || m_workflowDepth > 0 || !action(QStringLiteral("actionUpload"))->isEnabled())
+            return false;
+        runWorkflow(workflow);
+        return true;
+    });
     m_packages->setPrompter(m_prompter.get());
     m_workflows->setPrompter(m_prompter.get());
     m_remoteEdit->setPrompter(m_prompter.get());
@@ -209,6 +215,10 @@ void PelkamWindow::createActions()
                QStringLiteral("sync"));
     makeAction("actionRename", tr("Rename"), tr("Rename a board file or folder"), QStringLiteral("F2"),
                QStringLiteral("drive_file_rename_outline"));
+    connect(makeAction("actionSyncOnSave", tr("Sync on Save"),
+                       tr("Upload each file saved in the PC folder into the listed board folder"), {},
+                       QStringLiteral("cloud_upload"), true),
+            &QAction::toggled, this, [this](bool on) { m_syncFlow->setSyncOnSave(on); });
     // Escape works anywhere in the window, not only while the button shows.
     addAction(makeAction("actionCancel", tr("Cancel"), tr("Stop the running transfer after the current chunk"),
                          QStringLiteral("Escape"), QStringLiteral("cancel")));
@@ -238,7 +248,7 @@ void PelkamWindow::createMenusAndToolbars()
     QMenu* board = bar->addMenu(tr("Board"));
     board->setObjectName(QStringLiteral("menuBoard"));
     for (const char* name : {"actionConnect", "actionLaunch", "actionAbort", "actionReset", "actionDFU", "actionRefresh",
-                             "actionRename"})
+                             "actionRename", "actionSyncOnSave"})
         board->addAction(a(name));
     QMenu* help = bar->addMenu(tr("Help"));
     help->setObjectName(QStringLiteral("menuHelp"));
@@ -481,6 +491,7 @@ void PelkamWindow::setupLocalDir(const QString& path)
     m_pcModel->setRootPath(path);
     m_workflows->setPcRoot(path);
     m_remoteEdit->setPcRoot(path);
+    m_syncFlow->setRoot(path);
     m_pcFileList->setRootIndex(m_pcModel->index(path));
 }
 
@@ -713,23 +724,8 @@ void PelkamWindow::on_actionNew_Directory_triggered()
 
 void PelkamWindow::on_actionSync_triggered()
 {
-    if (m_files->busy() || m_workflowDepth > 0)
-        return;
-    const QString root = m_pcModel->rootPath();
-    SyncConfigurationDialog dialog(this);
-    dialog.readSettings();
-    dialog.setSource(root);
-    dialog.setDestination(m_mcModel.dirPath());
-    if (dialog.exec() != QDialog::Accepted)
-        return;
-    dialog.writeSettings();
-    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive());
-    runWorkflow([&] {
-        m_sync->sync_core(root, files, dialog.missing());
-        // One listing more, so the pane shows what the sync changed.
-        if (m_link.isOpen())
-            m_files->updateMcDir(m_mcModel.dirPath());
-    });
+    if (!m_files->busy() && m_workflowDepth == 0)
+        m_syncFlow->runDialog(this, m_pcModel->rootPath());
 }
 
 void PelkamWindow::on_actionCancel_triggered()

@@ -17,6 +17,7 @@ class Prompter;
 class RemoteEdit;
 class ReplLine;
 class Synchronizer;
+class SyncFlow;
 class QAction;
 class QFileSystemModel;
 class QGroupBox;
@@ -161,6 +162,7 @@ private:
     std::unique_ptr<PackageInstaller> m_packages;
     std::unique_ptr<Synchronizer> m_sync;
     std::unique_ptr<FileWorkflows> m_workflows;
+    std::unique_ptr<SyncFlow> m_syncFlow;
     RemoteEdit* m_remoteEdit = nullptr;
     int m_workflowDepth = 0;
     bool m_opsAfterWorkflow = false;

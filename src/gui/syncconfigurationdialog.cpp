@@ -5,6 +5,8 @@
 #include <QFormLayout>
 #include <QLabel>
 #include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QSettings>
 #include <QVBoxLayout>
 
@@ -29,12 +31,29 @@ SyncConfigurationDialog::SyncConfigurationDialog(QWidget* parent) : QDialog(pare
     m_source = row("label", tr("Source:"), "srcEdit");
     m_destination = row("label_2", tr("Destination:"), "destEdit");
     vertical->addLayout(form);
-    m_recursive = new QCheckBox(tr("Recursively"), this);
-    m_recursive->setObjectName(QStringLiteral("recursiveCheck"));
-    vertical->addWidget(m_recursive);
-    m_missing = new QCheckBox(tr("Upload missing files"), this);
-    m_missing->setObjectName(QStringLiteral("missingCheck"));
-    vertical->addWidget(m_missing);
+    const auto check = [this, vertical](const QString& text, const char* name) {
+        auto* box = new QCheckBox(text, this);
+        box->setObjectName(QString::fromLatin1(name));
+        vertical->addWidget(box);
+        return box;
+    };
+    m_recursive = check(tr("Recursively"), "recursiveCheck");
+    m_missing = check(tr("Upload missing files"), "missingCheck");
+    m_createDirs = check(tr("Create missing folders"), "createDirsCheck");
+    m_delete = check(tr("Delete files the PC lacks"), "deleteCheck");
+    auto* previewRow = new QHBoxLayout();
+    auto* preview = new QPushButton(tr("Preview"), this);
+    preview->setObjectName(QStringLiteral("previewButton"));
+    preview->setAutoDefault(false);
+    previewRow->addWidget(preview);
+    previewRow->addStretch();
+    vertical->addLayout(previewRow);
+    m_preview = new QPlainTextEdit(this);
+    m_preview->setObjectName(QStringLiteral("previewView"));
+    m_preview->setReadOnly(true);
+    m_preview->hide();
+    vertical->addWidget(m_preview);
+    connect(preview, &QPushButton::clicked, this, &SyncConfigurationDialog::previewRequested);
     auto* info = new QLabel(tr("This will upload files from \"Source\" (PC) directory to the \"Destination\" (MC) "
                                "directory whose MD5 sums differ."),
                             this);
@@ -93,4 +112,29 @@ void SyncConfigurationDialog::setDestination(const QString& text)
 {
     if (m_destination->text() != text)
         m_destination->setText(text);
+}
+
+bool SyncConfigurationDialog::createDirs() const
+{
+    return m_createDirs->isChecked();
+}
+
+bool SyncConfigurationDialog::deleteExtra() const
+{
+    return m_delete->isChecked();
+}
+
+void SyncConfigurationDialog::showPreview(const QStringList& uploads, const QStringList& deletions, bool complete)
+{
+    QStringList lines;
+    for (const QString& f : uploads)
+        lines << tr("upload %1").arg(f);
+    for (const QString& f : deletions)
+        lines << tr("delete %1").arg(f);
+    if (lines.isEmpty())
+        lines << tr("Nothing to do: the board folder is up to date");
+    if (!complete)
+        lines << tr("The comparison did not finish: see the log");
+    m_preview->setPlainText(lines.join(QLatin1Char('\n')));
+    m_preview->show();
 }

@@ -4,6 +4,7 @@
 
 class QCheckBox;
 class QLineEdit;
+class QPlainTextEdit;
 
 // Asks how to synchronise the PC folder into the board folder.
 class SyncConfigurationDialog : public QDialog {
@@ -18,6 +19,12 @@ public:
     QString destination() const;
     bool recursive() const;
     bool missing() const;
+    // Beside the specified ones, unchecked unless the user checks them.
+    bool createDirs() const;
+    bool deleteExtra() const;
+
+    // Shows what a sync would do, under the options.
+    void showPreview(const QStringList& uploads, const QStringList& deletions, bool complete);
 
 public slots:
     void setSource(const QString& text);
@@ -26,10 +33,15 @@ public slots:
 signals:
     void sourceChanged(const QString& text);
     void destinationChanged(const QString& text);
+    // The "Preview" button: the caller compares and calls showPreview().
+    void previewRequested();
 
 private:
     QLineEdit* m_source;
     QLineEdit* m_destination;
     QCheckBox* m_recursive;
     QCheckBox* m_missing;
+    QCheckBox* m_createDirs;
+    QCheckBox* m_delete;
+    QPlainTextEdit* m_preview;
 };

@@ -115,3 +115,8 @@ void VirtualBoard::stop()
     m_process.waitForFinished(1000);
     m_path.clear();
 }
+
+void VirtualBoard::unplug()
+{
+    ::kill(static_cast<pid_t>(m_process.processId()), SIGUSR2);
+}

@@ -23,6 +23,8 @@ public:
     QByteArray readFile(const QString& relativePath);
     QString log();
     void stop();
+    // The cable pulled and plugged back: the port is gone for the reset delay.
+    void unplug();
 
     static QString sourceDir();
     static QStringList rudeArgs();

@@ -6,6 +6,9 @@
 #include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QSettings>
 
 namespace {
@@ -51,10 +54,11 @@ bool Synchronizer::sync_core(const QString& source, const QStringList& files, bo
     return synchronize(source, model ? model->dirPath() : QStringLiteral("/"), files, options);
 }
 
-bool Synchronizer::synchronize(const QString& source, const QString& destination, const QStringList& files,
+bool Synchronizer::synchronize(const QString& source, const QString& destination, const QStringList& allFiles,
                                const Options& options)
 {
     const BoardBusy hold(m_files);
+    const QStringList files = options.ignore.filtered(allFiles);
     QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
     if (script.isEmpty())
         script = kDefaultHashScript;
@@ -126,6 +130,81 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         }
         emit fileUploaded(f);
     }
+    if (options.deleteExtra && !pruneAll(source, destination, options)) {
+        if (!m_files.cancelRequested())
+            log(abortText());
+        return false;
+    }
     log(tr("Synchronized files from folders %1/ and %2").arg(source, destination));
+    return true;
+}
+
+Synchronizer::Plan Synchronizer::preview(const QString& source, const QString& destination, const QStringList& files,
+                                         Options options)
+{
+    options.dryRun = true;
+    Plan plan;
+    const QMetaObject::Connection uploads =
+        connect(this, &Synchronizer::fileUploaded, [&plan](const QString& f) { plan.uploads << f; });
+    const QMetaObject::Connection deletions =
+        connect(this, &Synchronizer::fileDeleted, [&plan](const QString& f) { plan.deletions << f; });
+    plan.complete = synchronize(source, destination, files, options);
+    disconnect(uploads);
+    disconnect(deletions);
+    return plan;
+}
+
+bool Synchronizer::pruneAll(const QString& source, const QString& destination, const Options& options)
+{
+    // A destination a dry run would create holds nothing to delete.
+    const bool exists = m_files.mc_direxists(destination);
+    bool emptied = false;
+    return m_files.link().isOpen() && (!exists || prune(source, destination, QString(), options, &emptied));
+}
+
+bool Synchronizer::prune(const QString& source, const QString& destination, const QString& relative,
+                         const Options& options, bool* emptied)
+{
+    const QString dir = destination + relative;
+    const QJsonArray folders = m_files.mc_lsdir(dir, MC_LIST_DIRS);
+    const QJsonArray plain = m_files.mc_lsdir(dir, MC_LIST_FILES);
+    if (!m_files.link().isOpen())
+        return false;
+    *emptied = true;
+    const auto remove = [&](const QString& rel, bool isDir) {
+        if (m_files.cancelRequested())
+            return false;
+        if (!options.dryRun && !m_files.remove(destination + rel, isDir))
+            return false;
+        emit fileDeleted(destination + rel);
+        return true;
+    };
+    for (const QJsonValue& value : plain) {
+        const QString rel = relative + value.toObject().value(QStringLiteral("n")).toString();
+        if (options.ignore.ignored(rel, false) || QFileInfo(source + QLatin1Char('/') + rel).isFile()) {
+            *emptied = false;
+            continue;
+        }
+        if (!remove(rel, false))
+            return false;
+    }
+    for (const QJsonValue& value : folders) {
+        const QString rel = relative + value.toObject().value(QStringLiteral("n")).toString();
+        const bool onPc = QFileInfo(source + QLatin1Char('/') + rel).isDir();
+        // Without recursion only the folder's own files are compared.
+        if (!options.recursive || options.ignore.ignored(rel, true)) {
+            *emptied = false;
+            continue;
+        }
+        bool inner = false;
+        if (!prune(source, destination, rel + QLatin1Char('/'), options, &inner))
+            return false;
+        if (onPc || !inner) {
+            *emptied = false;
+            continue;
+        }
+        if (!remove(rel, true))
+            return false;
+    }
     return true;
 }

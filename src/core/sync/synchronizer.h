@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ignorerules.h"
+
 #include <QObject>
 #include <QStringList>
 
@@ -14,6 +16,16 @@ public:
         bool missing = true;     // upload files the board does not have
         bool dryRun = false;     // compare only: report, upload nothing
         bool createDirs = false; // create the board folders the uploads need
+        bool deleteExtra = false; // then remove board entries the PC lacks
+        bool recursive = true;    // deletion looks into sub-folders too
+        IgnoreRules ignore;       // left alone on both sides
+    };
+
+    // What a sync would do; complete is false when the comparison stopped.
+    struct Plan {
+        QStringList uploads;   // relative to the source
+        QStringList deletions; // board paths
+        bool complete = false;
     };
 
     explicit Synchronizer(BoardFiles& files, QObject* parent = nullptr);
@@ -29,14 +41,23 @@ public:
     // that needed uploading was uploaded (or nothing needed it).
     bool synchronize(const QString& source, const QString& destination, const QStringList& files,
                      const Options& options);
+    // A dry run of synchronize(): compares, lists, changes nothing.
+    Plan preview(const QString& source, const QString& destination, const QStringList& files, Options options);
 
 signals:
     void logLine(const QString& html);
     // A file that was uploaded (or, in a dry run, would be), relative to the source.
     void fileUploaded(const QString& relativePath);
+    // A board file or folder removed (or, in a dry run, that would be).
+    void fileDeleted(const QString& boardPath);
 
 private:
     void log(const QString& text) { emit logLine(text); }
     QString abortText() const;
+    bool pruneAll(const QString& source, const QString& destination, const Options& options);
+    // Removes what under destination + relative the PC lacks; *emptied tells
+    // whether nothing is left there. False when the board stopped answering.
+    bool prune(const QString& source, const QString& destination, const QString& relative, const Options& options,
+               bool* emptied);
     BoardFiles& m_files;
 };

@@ -20,6 +20,8 @@ const USAGE = `usage: virtual-board [options]
   --baud N                pace both directions like a UART at N baud (0 = unpaced, default)
   --seed DIR              initial board files (copied to /flash or /)
   --dump DIR              write the board's files here on exit and on SIGUSR1
+                          (SIGUSR2 unplugs the board: the port is gone for the
+                          reset delay, then the board boots again)
   --hash md5|sha1|none    digests offered by hashlib (default md5: md5 and sha1)
   --entries 3|4           elements per os.ilistdir entry (default 4)
   --reset-delay MS        how long the port stays away after a reset (default 300)
@@ -447,6 +449,13 @@ setInterval(() => {
 
 // One line per request, so a caller can wait for exactly its own dump.
 process.on("SIGUSR1", () => dump().then((done) => log(done ? "dumped" : "board busy, dump not written")));
+// A cable pulled and plugged back in: the board leaves as on a reset.
+process.on("SIGUSR2", () => {
+  if (!board || !board.ctl) return;
+  Atomics.store(board.ctl, CTL.cmdUnplug, 1);
+  Atomics.add(board.ctl, CTL.seq, 1);
+  Atomics.notify(board.ctl, CTL.seq);
+});
 process.on("SIGTERM", shutdown);
 process.on("SIGINT", shutdown);
 process.on("SIGHUP", shutdown);

@@ -94,6 +94,7 @@ function checkInterrupt() {
 }
 
 function handleCommands() {
+  if (Atomics.load(ctl, CTL.cmdUnplug) !== 0) leave("reset");
   if (Atomics.load(ctl, CTL.cmdDump) !== 0) {
     Atomics.store(ctl, CTL.cmdDump, 0);
     try {

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QObject>
+#include <QStringList>
+#include <QTimer>
+
+#include <functional>
+#include <memory>
+
+class BoardFiles;
+class FolderWatcher;
+class Synchronizer;
+class QWidget;
+
+// The window's two ways of syncing the PC folder into the listed board
+// folder: the Sync dialog (with its preview and extra options) and Sync on
+// Save, which uploads each file as it is saved.
+class SyncFlow : public QObject {
+    Q_OBJECT
+public:
+    // Runs a board workflow the way the window does; false when the window
+    // cannot take one now (another runs, or the board is not ours to drive).
+    using Runner = std::function<bool(const std::function<void()>&)>;
+
+    SyncFlow(BoardFiles& files, Synchronizer& sync, Runner runner, QObject* parent = nullptr);
+    ~SyncFlow() override;
+
+    void runDialog(QWidget* parent, const QString& root);
+    // Sync on Save follows the PC folder while it is on.
+    void setSyncOnSave(bool on);
+    bool syncOnSave() const { return m_watcher != nullptr; }
+    void setRoot(const QString& root);
+
+private:
+    void uploadSaved();
+    QString boardDir() const;
+
+    BoardFiles& m_files;
+    Synchronizer& m_sync;
+    Runner m_run;
+    QString m_root;
+    std::unique_ptr<FolderWatcher> m_watcher;
+    QStringList m_saved;
+    QTimer m_retry; // saved files wait here while the board is busy
+};
