@@ -17,6 +17,8 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QMenuBar>
+#include <QPlainTextEdit>
+#include <QPushButton>
 #include <QProgressBar>
 #include <QTabWidget>
 #include <QTableView>
@@ -40,6 +42,44 @@ class TestMainWindow : public QObject {
     }
 
 private slots:
+    // The Sync dialog's preview and extra options, and Sync on Save.
+    void syncPreviewAndSyncOnSave()
+    {
+        BoardSession s(QStringLiteral("stm32"), {}, {{"old.py", "x"}, {"keep.cfg", "k"}});
+        QTemporaryDir pc;
+        writeFile(pc.filePath(QStringLiteral("app/main.py")), "v1");
+        writeFile(pc.filePath(QStringLiteral(".pelkamignore")), "*.cfg\n");
+        PelkamWindow w;
+        w.readSettings();
+        w.setupLocalDir(pc.path());
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return w.mcModel().fileExists(QStringLiteral("old.py")); }, 20000));
+        QString preview;
+        QTimer::singleShot(200, &w, [&] {
+            auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+            QVERIFY(dialog);
+            dialog->findChild<QCheckBox*>(QStringLiteral("createDirsCheck"))->setChecked(true);
+            dialog->findChild<QCheckBox*>(QStringLiteral("deleteCheck"))->setChecked(true);
+            dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->click();
+            preview = dialog->findChild<QPlainTextEdit*>(QStringLiteral("previewView"))->toPlainText();
+            dialog->accept();
+        });
+        w.action(QStringLiteral("actionSync"))->trigger();
+        QCOMPARE(preview, QStringLiteral("upload app/main.py\ndelete /flash/old.py"));
+        QVERIFY(w.mcModel().dirExists(QStringLiteral("app")));
+        QVERIFY(!w.mcModel().fileExists(QStringLiteral("old.py")));
+        QVERIFY(w.mcModel().fileExists(QStringLiteral("keep.cfg")));
+
+        w.action(QStringLiteral("actionSyncOnSave"))->setChecked(true);
+        writeFile(pc.filePath(QStringLiteral("app/main.py")), "v2");
+        QVERIFY(waitFor([&] {
+            s.board.dump();
+            return s.board.readFile(QStringLiteral("app/main.py")) == "v2";
+        }, 30000));
+    }
+
     void initTestCase() { isolateSettings(m_dir); }
     void init() { QSettings().clear(); }
 

@@ -796,12 +796,13 @@ If not, it will be uploaded to
         <comment>menu</comment>
         <translation>Правка</translation>
     </message>
-</context>
-<context>
-    <name>ReplLine</name>
     <message>
-        <source>Type a line for the board and press Enter</source>
-        <translation>Введите строку для платы и нажмите Enter</translation>
+        <source>Sync on Save</source>
+        <translation>Синхронизация при сохранении</translation>
+    </message>
+    <message>
+        <source>Upload each file saved in the PC folder into the listed board folder</source>
+        <translation>Загружать каждый файл, сохранённый в папке ПК, в открытую папку платы</translation>
     </message>
 </context>
 <context>
@@ -995,6 +996,13 @@ If not, it will be uploaded to
     </message>
 </context>
 <context>
+    <name>ReplLine</name>
+    <message>
+        <source>Type a line for the board and press Enter</source>
+        <translation>Введите строку для платы и нажмите Enter</translation>
+    </message>
+</context>
+<context>
     <name>SyncConfigurationDialog</name>
     <message>
         <source>Synchronization</source>
@@ -1019,6 +1027,34 @@ If not, it will be uploaded to
     <message>
         <source>This will upload files from &quot;Source&quot; (PC) directory to the &quot;Destination&quot; (MC) directory whose MD5 sums differ.</source>
         <translation>Из папки «Источник» (ПК) в папку «Назначение» (плата) будут загружены файлы, у которых различаются суммы MD5.</translation>
+    </message>
+    <message>
+        <source>Create missing folders</source>
+        <translation>Создавать недостающие папки</translation>
+    </message>
+    <message>
+        <source>Delete files the PC lacks</source>
+        <translation>Удалять файлы, которых нет на ПК</translation>
+    </message>
+    <message>
+        <source>Preview</source>
+        <translation>Предпросмотр</translation>
+    </message>
+    <message>
+        <source>upload %1</source>
+        <translation>загрузить %1</translation>
+    </message>
+    <message>
+        <source>delete %1</source>
+        <translation>удалить %1</translation>
+    </message>
+    <message>
+        <source>Nothing to do: the board folder is up to date</source>
+        <translation>Делать нечего: папка платы актуальна</translation>
+    </message>
+    <message>
+        <source>The comparison did not finish: see the log</source>
+        <translation>Сравнение не завершено: см. журнал</translation>
     </message>
 </context>
 <context>

@@ -9,16 +9,19 @@
 #include "sync/synchronizer.h"
 
 #include <QDir>
-#include <QProcess>
 
 #include <QApplication>
 #include <QDate>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QKeyEvent>
+#include <QProcess>
 #include <QRandomGenerator>
 #include <QTemporaryDir>
 #include <QTextStream>
+
+#include <memory>
+#include <vector>
 
 namespace {
 constexpr int kBaud = 115200;
@@ -158,6 +161,37 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
     figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_rude_per_file"),
            rudeSeconds * 1000 / kRuns / kFiles, 1, QStringLiteral("ms"),
            QStringLiteral("the same, per unchanged file"));
+}
+
+// The same first sync through pelkam-cli onto one board, then onto three at
+// once (one process per board).
+void measureManyBoards(const QTemporaryDir& dir, QTextStream& out)
+{
+    const QString root = dir.filePath(QStringLiteral("many"));
+    writeProject(root, 10, 0);
+    const auto timedSync = [&root](int boards) {
+        std::vector<std::unique_ptr<VirtualBoard>> running;
+        QStringList args;
+        for (int i = 0; i < boards; ++i) {
+            running.push_back(std::make_unique<VirtualBoard>(QStringLiteral("stm32"), kPaced));
+            args << QStringLiteral("--port") << running.back()->path();
+        }
+        QProcess cli;
+        QElapsedTimer t;
+        t.start();
+        cli.start(QStringLiteral(PELKAM_CLI_PATH), args + QStringList{QStringLiteral("sync"), root,
+                                                                   QStringLiteral("/flash/app")});
+        const bool ok = cli.waitForFinished(600000) && cli.exitCode() == 0;
+        return ok ? seconds(t) : -1.0;
+    };
+    const double one = timedSync(1);
+    const double three = timedSync(3);
+    if (one <= 0 || three <= 0) {
+        out << "sync: a pelkam-cli sync failed\n";
+        return;
+    }
+    figure(out, QStringLiteral("sync"), QStringLiteral("sync_three_boards_ratio"), three / one, 2, QStringLiteral("x"),
+           QStringLiteral("first sync of a 10-file project onto three boards at once, against one (goal: at most 1.3)"));
 }
 
 void measurePackages(const QTemporaryDir& dir, QTextStream& out)
@@ -412,8 +446,10 @@ int main(int argc, char* argv[])
     const auto wanted = [&group](const char* name) { return group.isEmpty() || group == QLatin1String(name); };
     if (wanted("transfer"))
         measureTransfers(dir, out);
-    if (wanted("sync"))
+    if (wanted("sync")) {
         measureSync(dir, out);
+        measureManyBoards(dir, out);
+    }
     if (wanted("packages"))
         measurePackages(dir, out);
     if (wanted("editor"))
