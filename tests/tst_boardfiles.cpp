@@ -1,4 +1,5 @@
 #include "boardsession.h"
+#include "transcriptdevice.h"
 
 #include <QCryptographicHash>
 #include <QFile>
@@ -38,6 +39,9 @@ private slots:
     void cancel();
     void scriptsAndLinkTest();
     void listingAndInfo();
+    void wireBytes();
+    void fastTransfers();
+    void fastReplaceIsAtomic();
 };
 
 void TestBoardFiles::pureFunctions()
@@ -298,6 +302,119 @@ void TestBoardFiles::listingAndInfo()
         QVERIFY(s.logged(QStringLiteral("System information request failed")));
         QSettings().clear();
     }
+}
+
+void TestBoardFiles::wireBytes()
+{
+    // Exactly what goes down the wire for one small upload in each mode.
+    TranscriptDevice device;
+    BoardLink link;
+    BoardFiles files(link);
+    QStringList log;
+    QObject::connect(&files, &BoardFiles::logLine, [&log](const QString& line) { log << line; });
+    BoardLink::PortSettings settings;
+    settings.name = device.path();
+    QVERIFY(link.connectToBoard(settings, false, false));
+    QCoreApplication::processEvents();
+    link.setState(MC_RAW);
+    const QString local = writeLocal(QStringLiteral("w.txt"), "hello!");
+    const auto script = [](const char* name) { return readFile(QStringLiteral(":/data/") + name) + '\x04'; };
+    const QByteArray packets("!0000000008aGVsbG8h@0000000698");
+    const auto expectUpload = [&](const QByteArray& paste, bool askCapability) {
+        device.clearReceived();
+        if (!paste.isEmpty())
+            device.addStep(paste, "OK\x04\x04>");
+        if (askCapability)
+            device.addStep("_fcap()\x04", "OK1\r\n\x04\x04>");
+        device.addStep("!0000000008", "OK#9>");
+        device.addStep("aGVsbG8h", "#9>");
+        device.addStep("@0000000698", "#0\x04\x04>");
+    };
+
+    expectUpload(script("upload.py"), false);
+    device.addStep("\x01", "raw REPL; CTRL-B to exit\r\n>");
+    QVERIFY2(files.upload(local, QStringLiteral("/flash/w.txt")), qPrintable(log.join(QLatin1Char(10))));
+    QCOMPARE(device.received(), script("upload.py") + "_upload('/flash/w.txt', 512)\x04" + packets + '\x01');
+
+    // Fast: the script goes once, then only the call and its packets; a
+    // board that restarted gets it again.
+    files.setFastTransfers(true);
+    const QByteArray call("_fup('/flash/w.txt', 512, 0, 6, 565)\x04");
+    const QByteArray fast = script("fast.py") + "_fcap()\x04";
+    for (int round = 0; round < 2; ++round) {
+        if (round == 1) {
+            device.send("\r\nMPY: soft reboot\r\n");
+            QVERIFY(waitFor([&] { return link.pendingBuffer().contains("soft reboot"); }));
+        }
+        expectUpload(script("fast.py"), true);
+        QVERIFY2(files.upload(local, QStringLiteral("/flash/w.txt")), qPrintable(log.join(QLatin1Char(10))));
+        QCOMPARE(device.received(), fast + call + packets);
+        expectUpload({}, false);
+        QVERIFY(files.upload(local, QStringLiteral("/flash/w.txt")));
+        QCOMPARE(device.received(), call + packets);
+    }
+}
+
+void TestBoardFiles::fastTransfers()
+{
+    // Byte-exact both ways in fast mode on rude boards: deflated source, data
+    // that does not shrink (sent plain), empty and odd sizes; ESP32 without deflate.
+    QByteArray source;
+    for (int i = 0; source.size() < 30000; ++i)
+        source += QStringLiteral("def f%1(x):\n    return x * %2  # note\n").arg(i).arg(i % 7).toLatin1();
+    const QList<QByteArray> payloads{source, randomBytes(9000, 11), {}, randomBytes(1025, 12), source.left(4097)};
+    for (const QStringList& args : {QStringList{}, QStringList{"--no-deflate"}}) {
+        const QString flavour = args.isEmpty() ? QStringLiteral("stm32") : QStringLiteral("esp32");
+        BoardSession s(flavour, args, {{"old.bin", "old"}});
+        s.files.setFastTransfers(true);
+        QVERIFY(s.open());
+        for (int i = 0; i < payloads.size(); ++i) {
+            const QString name = QStringLiteral("f%1.py").arg(i);
+            QVERIFY2(s.files.upload(writeLocal(QStringLiteral("up.bin"), payloads.at(i)), s.root() + name),
+                     qPrintable(s.log.join('\n')));
+            const QString back = m_work.filePath(QStringLiteral("down.bin"));
+            QVERIFY(s.files.download(s.root() + name, back) && s.files.lastDownloadOk());
+            QCOMPARE(readFile(back), payloads.at(i));
+        }
+        // A cancelled replace keeps the old content; no temporary is left or listed.
+        QObject::connect(&s.files, &BoardFiles::progressChanged, [&](int value) {
+            if (value > 2000)
+                s.files.cancel();
+        });
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("c.bin"), randomBytes(20000, 6)), s.root() + "old.bin"));
+        QCOMPARE(s.count(QStringLiteral("Cancelled")), 1);
+        QCOMPARE(s.files.mc_lsdir(s.root(), MC_LIST_FILES).size(), payloads.size() + 1);
+        s.board.dump();
+        QCOMPARE(s.board.readFile(QStringLiteral("old.bin")), QByteArray("old"));
+        QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/old.bin.pelkam-tmp")));
+        QVERIFY2(!s.logged(QStringLiteral("Traceback")), qPrintable(s.log.join('\n')));
+    }
+}
+
+void TestBoardFiles::fastReplaceIsAtomic()
+{
+    // Pulled mid-replace: the old file stays whole beside a partial temporary.
+    const QByteArray old = randomBytes(3000, 21);
+    QString dump;
+    BoardSession pulled(QStringLiteral("esp32"), {"--arm-on", "_fup(", "--drop-rx", "6000"}, {{"app/keep.py", old}});
+    pulled.files.setFastTransfers(true);
+    QVERIFY(pulled.open());
+    QVERIFY(!pulled.files.upload(writeLocal(QStringLiteral("new.bin"), randomBytes(20000, 22)), "/app/keep.py"));
+    dump = pulled.board.dump();
+    QCOMPARE(readFile(dump + QStringLiteral("/app/keep.py")), old);
+    QVERIFY(QFileInfo::exists(dump + QStringLiteral("/app/keep.py.pelkam-tmp")));
+
+    // The same files on a board that is back: the temporary is not listed, and
+    // the next upload into that folder removes it.
+    BoardSession back(QStringLiteral("esp32"), {},
+                      {{"app/keep.py", old}, {"app/keep.py.pelkam-tmp", readFile(dump + "/app/keep.py.pelkam-tmp")}});
+    back.files.setFastTransfers(true);
+    QVERIFY(back.open());
+    const QJsonArray listed = back.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES);
+    QCOMPARE(listed.size(), 1);
+    QVERIFY(back.files.upload(writeLocal(QStringLiteral("o.py"), "other"), "/app/other.py"));
+    QVERIFY(!QFileInfo::exists(back.board.dump() + QStringLiteral("/app/keep.py.pelkam-tmp")));
+    QCOMPARE(readFile(back.board.dump() + QStringLiteral("/app/keep.py")), old);
 }
 
 QTEST_GUILESS_MAIN(TestBoardFiles)

@@ -305,10 +305,10 @@ void TestCli::backupAndRestore()
     QCOMPARE(cli({"--port", board.path(), "--type", flavour, "backup", root, local}).code, 1);
     QCOMPARE(cli({"--port", board.path(), "--type", flavour, "backup", root, local, "--force"}).code, 0);
 
-    // Restoring is a sync into a fresh board.
+    // Restoring is a sync into a fresh board, here with fast transfers.
     VirtualBoard fresh(flavour);
     QVERIFY(fresh.isRunning());
-    r = cli({"--port", fresh.path(), "--type", flavour, "sync", local, root});
+    r = cli({"--port", fresh.path(), "--type", flavour, "--fast", "sync", local, root});
     QVERIFY2(r.code == 0, r.err.constData());
     QCOMPARE(files(fresh.dump()), seed);
 }

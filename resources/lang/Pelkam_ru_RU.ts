@@ -951,6 +951,14 @@ If not, it will be uploaded to
         <source>Language will be changed after an application restart.</source>
         <translation>Язык сменится после перезапуска приложения.</translation>
     </message>
+    <message>
+        <source>Fast transfers</source>
+        <translation>Быстрая передача</translation>
+    </message>
+    <message>
+        <source>Paste the board scripts once, skip the idle waits, send compressible files deflated, and write each upload beside its target until it checks out</source>
+        <translation>Передавать сценарии платы один раз, не делать пауз ожидания, отправлять сжимаемые файлы в сжатом виде и записывать каждый файл рядом с целевым, пока он не пройдёт проверку</translation>
+    </message>
 </context>
 <context>
     <name>RemoteEdit</name>

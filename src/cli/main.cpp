@@ -502,6 +502,9 @@ int main(int argc, char* argv[])
     parser.addOption({QStringLiteral("no-recursive"), QStringLiteral("sync: only the folder's own files.")});
     parser.addOption({QStringLiteral("no-missing"), QStringLiteral("sync: skip files the board does not have.")});
     parser.addOption({QStringLiteral("dry-run"), QStringLiteral("sync: compare only, upload nothing.")});
+    parser.addOption({QStringLiteral("fast"),
+                      QStringLiteral("Fast transfers: board scripts pasted once, no idle waits, deflated files, "
+                                     "uploads written beside the target and renamed over it once checked.")});
     parser.addOption({QStringLiteral("delete"),
                       QStringLiteral("sync, watch: remove board files and folders the local folder lacks.")});
     parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
@@ -549,6 +552,8 @@ int main(int argc, char* argv[])
     QTextStream err(stderr);
     BoardLink link;
     BoardFiles files(link);
+    if (parser.isSet(QStringLiteral("fast")))
+        files.setFastTransfers(true);
     Context context{link, files, parser, args, out, err, isatty(STDERR_FILENO) != 0};
     context.logTo(&link, &BoardLink::logLine);
     context.logTo(&files, &BoardFiles::logLine);

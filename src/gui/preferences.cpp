@@ -119,6 +119,10 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     transferForm->addRow(tr("Upload File:"), m_dirStructure);
     m_suggestExecute = named(new QCheckBox(tr("Ask to execute a script"), transfer), "global_MCExecCheck");
     transferForm->addRow(m_suggestExecute);
+    m_fastTransfers = named(new QCheckBox(tr("Fast transfers"), transfer), "global_FastTransfersCheck");
+    m_fastTransfers->setToolTip(tr("Paste the board scripts once, skip the idle waits, send compressible files "
+                                   "deflated, and write each upload beside its target until it checks out"));
+    transferForm->addRow(m_fastTransfers);
     m_darkWarning = named(new QLabel(tr("<html><head/><body><p><span style=\" font-weight:600; color:#ef2929;\">* "
                                         "Changing the color theme requires a restart</span></p></body></html>"),
                                      transfer),
@@ -200,6 +204,7 @@ void Preferences::readSettings()
     const int subDirs = settings.value(QStringLiteral("MC/SubDirsSel"), kAlwaysAsk).toInt();
     m_dirStructure->setCurrentIndex(subDirs >= 0 && subDirs < m_dirStructure->count() ? subDirs : kAlwaysAsk);
     m_suggestExecute->setChecked(settings.value(QStringLiteral("MC/SuggestExecute"), false).toBool());
+    m_fastTransfers->setChecked(settings.value(QStringLiteral("MC/FastTransfers"), false).toBool());
     m_stmFolder->setText(settings.value(QStringLiteral("MC/STMDir"), QStringLiteral("/flash")).toString());
     m_espFolder->setText(settings.value(QStringLiteral("MC/ESPDir"), QStringLiteral("/")).toString());
 
@@ -228,6 +233,7 @@ void Preferences::writeSettings()
     settings.setValue(QStringLiteral("MC/STMDir"), m_stmFolder->text());
     settings.setValue(QStringLiteral("MC/ESPDir"), m_espFolder->text());
     settings.setValue(QStringLiteral("MC/SuggestExecute"), m_suggestExecute->isChecked());
+    settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
     settings.setValue(QStringLiteral("Code/Parenth"), m_autoParentheses->isChecked());
     settings.setValue(QStringLiteral("Code/Indent"), m_autoIndent->isChecked());
     settings.setValue(QStringLiteral("Code/Tabs"), m_tabs->currentIndex() == 0);

@@ -40,6 +40,7 @@ private:
     QSpinBox* m_terminalLines;
     QComboBox* m_dirStructure;
     QCheckBox* m_suggestExecute;
+    QCheckBox* m_fastTransfers;
     QLabel* m_darkWarning;
     QComboBox* m_tabs;
     QSpinBox* m_tabSize;

@@ -90,6 +90,9 @@ constexpr double kUploadFixedWaits = 0.3 + 0.4;
 // Polite boards, so the figures stay comparable from run to run.
 const QStringList kPaced{QStringLiteral("--polite"), QStringLiteral("--baud"), QString::number(kBaud)};
 
+constexpr int kSyncFiles = 50;
+
+// Python source that compresses as real modules do (about 3:1), not a line repeated.
 void writeProject(const QString& root, int files, int changed)
 {
     for (int i = 0; i < files; ++i) {
@@ -97,44 +100,85 @@ void writeProject(const QString& root, int files, int changed)
         QDir().mkpath(QFileInfo(root + QLatin1Char('/') + rel).path());
         QFile f(root + QLatin1Char('/') + rel);
         f.open(QIODevice::WriteOnly | QIODevice::Truncate);
-        QByteArray line = QStringLiteral("value_%1 = %2  # generated\n").arg(i).arg(i < changed ? 2 : 1).toLatin1();
-        f.write(line.repeated(2000 / line.size() + i * 1000 / files / line.size() + 1));
+        QByteArray text = QStringLiteral("VERSION = %1\n").arg(i < changed ? 2 : 1).toLatin1();
+        QRandomGenerator gen(static_cast<quint32>(i + 1));
+        const int size = 2000 + i * 1000 / files;
+        for (int n = 0; text.size() < size; ++n)
+            text += QStringLiteral("def on_%1_%2(event, limit=%3):\n    return event.%4 * %5 > limit\n\n")
+                        .arg(QLatin1String(n % 3 ? "press" : "release"))
+                        .arg(gen.bounded(100000))
+                        .arg(gen.bounded(1000))
+                        .arg(QLatin1String(n % 2 ? "value" : "count"))
+                        .arg(gen.bounded(97))
+                        .toLatin1();
+        f.write(text.left(size));
     }
 }
 
-void measureSync(const QTemporaryDir& dir, QTextStream& out)
+struct SyncTimes {
+    double first = -1;
+    double unchanged = -1;
+    double changed = -1;
+};
+
+// A first copy of a fresh 50-file project, an unchanged sync, five files changed.
+SyncTimes timeSyncs(const QString& root, bool fast, QTextStream& out, QStringList* files)
 {
-    constexpr int kFiles = 50;
     constexpr int kChanged = 5;
+    SyncTimes times;
     BoardSession s(QStringLiteral("stm32"), kPaced);
     if (!s.open()) {
         out << "sync: the board did not answer\n";
-        return;
+        return times;
     }
+    s.files.setFastTransfers(fast);
     Synchronizer sync(s.files);
     QObject::connect(&sync, &Synchronizer::logLine, [&s](const QString& l) { s.log << l; });
     Synchronizer::Options options;
     options.createDirs = true;
-    const QString root = dir.filePath(QStringLiteral("project"));
-    writeProject(root, kFiles, 0);
-    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), true);
-    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
+    writeProject(root, kSyncFiles, 0);
+    *files = Synchronizer::collectSyncFiles(root, QString(), true);
     QElapsedTimer t;
     t.start();
-    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
-    const double unchanged = seconds(t);
-    writeProject(root, kFiles, kChanged);
+    const bool first = sync.synchronize(root, QStringLiteral("/flash/"), *files, options);
+    times.first = seconds(t);
     t.restart();
-    sync.synchronize(root, QStringLiteral("/flash/"), files, options);
-    const double changed = seconds(t);
-    if (qEnvironmentVariableIsSet("PELKAM_BENCHMARK_LOG"))
+    const bool unchanged = sync.synchronize(root, QStringLiteral("/flash/"), *files, options);
+    times.unchanged = seconds(t);
+    writeProject(root, kSyncFiles, kChanged);
+    t.restart();
+    const bool changed = sync.synchronize(root, QStringLiteral("/flash/"), *files, options);
+    times.changed = seconds(t);
+    if (!first || !unchanged || !changed || qEnvironmentVariableIsSet("PELKAM_BENCHMARK_LOG"))
         out << s.log.join(QLatin1Char('\n')) << '\n';
-    figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_total"), unchanged, 2, QStringLiteral("s"),
-           QStringLiteral("sync of a 50-file project (2-3 kB files), nothing changed, 115200 baud"));
-    figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_per_file"), unchanged * 1000 / kFiles, 1,
+    return times;
+}
+
+void measureSync(const QTemporaryDir& dir, QTextStream& out)
+{
+    constexpr int kFiles = kSyncFiles;
+    QStringList files;
+    const QString root = dir.filePath(QStringLiteral("project"));
+    const SyncTimes plain = timeSyncs(root, false, out, &files);
+    const SyncTimes fast = timeSyncs(dir.filePath(QStringLiteral("project-fast")), true, out, &files);
+    const QString group = QStringLiteral("sync");
+    figure(out, group, QStringLiteral("sync_first_total"), plain.first, 2, QStringLiteral("s"),
+           QStringLiteral("first copy of a 50-file project of Python source (2-3 kB files) to an empty board, 115200 baud"));
+    figure(out, group, QStringLiteral("sync_first_fast"), fast.first, 2, QStringLiteral("s"),
+           QStringLiteral("the same with fast transfers (goal: at most half the default)"));
+    figure(out, group, QStringLiteral("sync_unchanged_total"), plain.unchanged, 2, QStringLiteral("s"),
+           QStringLiteral("sync of the project, nothing changed, 115200 baud"));
+    figure(out, group, QStringLiteral("sync_unchanged_per_file"), plain.unchanged * 1000 / kFiles, 1,
            QStringLiteral("ms"), QStringLiteral("the same, per unchanged file (goal: at most 30 ms)"));
-    figure(out, QStringLiteral("sync"), QStringLiteral("sync_5_changed_total"), changed, 2, QStringLiteral("s"),
+    figure(out, group, QStringLiteral("sync_unchanged_fast_per_file"), fast.unchanged * 1000 / kFiles, 1,
+           QStringLiteral("ms"), QStringLiteral("the same with fast transfers (goal: at most 10 ms)"));
+    figure(out, group, QStringLiteral("sync_5_changed_total"), plain.changed, 2, QStringLiteral("s"),
            QStringLiteral("sync of the same project with 5 files changed, 115200 baud"));
+    figure(out, group, QStringLiteral("sync_5_changed_fast"), fast.changed, 2, QStringLiteral("s"),
+           QStringLiteral("the same with fast transfers"));
+    Synchronizer::Options options;
+    options.createDirs = true;
+    QElapsedTimer t;
 
     // The same unchanged project on a board as rude as real hardware (LF
     // taken as a second Enter, output fragmented), over and over.
@@ -316,10 +360,57 @@ Figures measure(const QString& label, const QStringList& args, const QTemporaryD
     return f;
 }
 
+// Fast transfers at 115200 baud: Python source (deflated) and random data (sent plain).
+void measureFastUploads(const QTemporaryDir& dir, QTextStream& out)
+{
+    constexpr int kSize = 100 * 1024;
+    BoardSession s(QStringLiteral("stm32"), kPaced);
+    if (!s.open()) {
+        out << "fast uploads: the board did not answer\n";
+        return;
+    }
+    s.files.setFastTransfers(true);
+    QByteArray source;
+    for (int i = 0; source.size() < kSize; ++i)
+        source += QStringLiteral("def handler_%1(event, value=%2):\n    if event.kind == 'press':\n"
+                                 "        return value * %3 + len(event.name)\n    return None\n\n")
+                      .arg(i)
+                      .arg(i % 17)
+                      .arg(i % 5)
+                      .toLatin1();
+    source.truncate(kSize);
+    const QString sourcePath = dir.filePath(QStringLiteral("module.py"));
+    QFile f(sourcePath);
+    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    f.write(source);
+    f.close();
+    const QString random = writeFile(dir, QStringLiteral("random.bin"), kSize);
+    // The script is pasted by the first upload; time the ones after it.
+    s.files.upload(random, QStringLiteral("/flash/warm.bin"));
+    QElapsedTimer t;
+    t.start();
+    const bool sourceOk = s.files.upload(sourcePath, QStringLiteral("/flash/module.py"));
+    const double sourceSeconds = seconds(t);
+    t.restart();
+    const bool randomOk = s.files.upload(random, QStringLiteral("/flash/random.bin"));
+    const double randomSeconds = seconds(t);
+    if (!sourceOk || !randomOk) {
+        out << "fast uploads failed\n" << s.log.join(QLatin1Char('\n')) << '\n';
+        return;
+    }
+    figure(out, QStringLiteral("transfer"), QStringLiteral("upload_source_fast_rate"), kSize / sourceSeconds, 0,
+           QStringLiteral("B/s"),
+           QStringLiteral("upload of a 100 kB Python source file with fast transfers, 115200 baud (goal: 13000)"));
+    figure(out, QStringLiteral("transfer"), QStringLiteral("upload_random_fast_share"),
+           100 * kSize / randomSeconds / kCeiling, 1, QStringLiteral("%"),
+           QStringLiteral("upload of 100 kB of random data with fast transfers, share of the ceiling (goal: 95)"));
+}
+
 void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
 {
     measure(QStringLiteral("115200 baud"), kPaced, dir, out);
     measure(QStringLiteral("unpaced"), {QStringLiteral("--polite")}, dir, out);
+    measureFastUploads(dir, out);
 
     long before = 0;
     long after = 0;

@@ -5,8 +5,11 @@
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegExp>
 #include <QSettings>
+
+#include <zlib.h>
 
 namespace {
 constexpr char kCtrlA = 0x01; // raw REPL (re-entering it resets its input)
@@ -36,6 +39,17 @@ constexpr int kExecuteStepMs = 50;
 constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
+constexpr int kFastCallTimeoutMs = 10000;
+// Fast transfers: files are deflated in independent blocks so the board needs
+// little memory to inflate them (a 4 kB window and one block).
+constexpr int kDeflateBlock = 4096;
+constexpr int kDeflateWindowBits = 12;
+constexpr quint16 kStoredBlock = 0x8000;
+// A file must shrink by a fifth to be sent deflated.
+constexpr int kDeflateWorthNumerator = 4;
+constexpr int kDeflateWorthDenominator = 5;
+// How many path characters one batch of digests may carry.
+constexpr int kHashBatchChars = 768;
 
 const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
 // The raw REPL's first answer to anything ended by Ctrl-D.
@@ -64,6 +78,7 @@ BoardBusy::~BoardBusy()
         m_files.m_cancel = m_files.m_cancelLogged = false;
 }
 
+const QString BoardFiles::kTempSuffix = QStringLiteral(".pelkam-tmp");
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
 
 static void initBoardScripts()
@@ -75,6 +90,21 @@ static void initBoardScripts()
 BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_link(link)
 {
     initBoardScripts();
+    connect(&m_link, &BoardLink::connectionOpened, this, &BoardFiles::forgetScripts);
+    connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);
+    connect(&m_link, &BoardLink::interpreterRestarted, this, &BoardFiles::forgetScripts);
+}
+
+bool BoardFiles::fastTransfers() const
+{
+    return m_fastOverride >= 0 ? m_fastOverride == 1
+                               : QSettings().value(QStringLiteral("MC/FastTransfers"), false).toBool();
+}
+
+void BoardFiles::forgetScripts()
+{
+    m_pasted.clear();
+    m_boardInflates = -1;
 }
 
 QString BoardFiles::scriptPath(const QString& key, const QString& base, bool hasEspVariant) const
@@ -163,6 +193,8 @@ void BoardFiles::stopQuietly()
 
 void BoardFiles::recover()
 {
+    // A failed exchange may have left anything behind on the board.
+    forgetScripts();
     if (!m_link.isOpen())
         return;
     m_link.write(QByteArray(1, kCtrlC));
@@ -190,6 +222,9 @@ bool BoardFiles::upload_script(const QString& path)
         return false;
     if (!m_link.to_raw())
         return false;
+    const bool fast = fastTransfers();
+    if (fast && m_pasted.contains(path))
+        return true;
     if (!m_link.tranceive(script + kCtrlD, kScriptTimeoutMs, false, kRawAccepted)) {
         log(tr("Cannot upload script %1").arg(path));
         return false;
@@ -208,6 +243,8 @@ bool BoardFiles::upload_script(const QString& path)
     if (!accepted)
         return false;
     m_link.drain();
+    if (fast)
+        m_pasted.insert(path);
     return true;
 }
 
@@ -312,23 +349,61 @@ bool BoardFiles::upload(const QString& source, const QString& target)
 bool BoardFiles::upload(QIODevice* source, const QString& target)
 {
     const BoardBusy scope(*this);
-    const QByteArray text = source->readAll().toBase64();
+    const bool fast = fastTransfers();
+    const QByteArray raw = source->readAll();
+    QByteArray text;
+    if (!fast)
+        text = raw.toBase64();
     emit fileOpsEnableRequested(false);
-    if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
-        return false;
     const int chunk = BoardLink::transferSize();
-    const QString call = QStringLiteral("_upload(%1, %2)").arg(pyString(target)).arg(chunk);
+    QString call;
+    if (fast) {
+        if (!fastScript())
+            return false;
+        // Deflated where the board can inflate and it pays; the checksum covers what is sent.
+        bool deflated = false;
+        if (m_boardInflates == 1) {
+            const QByteArray packed = deflateBlocks(raw);
+            deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
+            text = (deflated ? packed : raw).toBase64();
+        } else {
+            text = raw.toBase64();
+        }
+        call = QStringLiteral("_fup(%1, %2, %3, %4, %5)")
+                   .arg(pyString(target))
+                   .arg(chunk)
+                   .arg(deflated ? 1 : 0)
+                   .arg(raw.size())
+                   .arg(byteSum(raw));
+    } else {
+        if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
+            return false;
+        call = QStringLiteral("_upload(%1, %2)").arg(pyString(target)).arg(chunk);
+    }
     if (!m_link.write(call.toLatin1() + kCtrlD))
         return false;
 
-    const auto fail = [this](const QString& failure) {
+    bool cancelled = false;
+    const QString failure = sendTransfer(text, fast, &cancelled);
+    if (cancelled) {
+        emit fileOpsEnableRequested(true);
+        return false;
+    }
+    if (!failure.isEmpty()) {
         log(failure);
         recover();
         return false;
-    };
-    const auto invalid = [this](const QByteArray& reply) {
-        return tr("Invalid reply %1. Aborted").arg(hexUpper(reply));
-    };
+    }
+    log(tr("Finished uploading to %1").arg(target));
+    emit fileOpsEnableRequested(true);
+    // The fast script's status arrives with the raw prompt that follows it.
+    return fast ? m_link.isOpen() : settleRaw();
+}
+
+QString BoardFiles::sendTransfer(const QByteArray& text, bool fast, bool* cancelled)
+{
+    const int chunk = BoardLink::transferSize();
+    const auto invalid = [](const QByteArray& reply) { return tr("Invalid reply %1. Aborted").arg(hexUpper(reply)); };
     QByteArray reply;
     QString failure =
         request(sizePacket(text.size()), kSizePacketTimeoutMs, tr("Error while starting the transmission. Aborted"),
@@ -336,8 +411,9 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     if (failure.isEmpty() && !reply.endsWith("#9"))
         failure = invalid(reply);
     if (!failure.isEmpty())
-        return fail(failure);
-    m_link.qWait(kBeforeDataMs);
+        return failure;
+    if (!fast)
+        m_link.qWait(kBeforeDataMs);
     emit progressStarted(text.size());
 
     for (int offset = 0; offset < text.size(); offset += chunk) {
@@ -347,30 +423,129 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
             failure = invalid(reply);
         if (!failure.isEmpty()) {
             emit progressFinished();
-            return fail(failure);
+            return failure;
         }
         emit progressChanged(offset + chunk);
         if (m_cancel) {
             emit progressFinished();
             stopQuietly();
             cancelRequested();
-            emit fileOpsEnableRequested(true);
-            return false;
+            *cancelled = true;
+            return QString();
         }
     }
     emit progressFinished();
 
-    m_link.qWait(kBeforeChecksumMs);
+    if (!fast)
+        m_link.qWait(kBeforeChecksumMs);
     failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs,
                       tr("Finalization error (during transmission phase). Aborted"),
                       tr("Finalization error (during reception phase). Aborted"), &reply);
     if (failure.isEmpty() && !reply.startsWith("#0"))
         failure = invalid(reply);
-    if (!failure.isEmpty())
-        return fail(failure);
-    log(tr("Finished uploading to %1").arg(target));
-    emit fileOpsEnableRequested(true);
-    return settleRaw();
+    return failure;
+}
+
+bool BoardFiles::fastScript()
+{
+    const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), true);
+    if (m_pasted.contains(path) && m_boardInflates >= 0)
+        return m_link.to_raw();
+    if (!upload_script(path))
+        return false;
+    bool ok = false;
+    const QByteArray answer = rawCall("_fcap()", kFastCallTimeoutMs, &ok).trimmed();
+    if (!ok) {
+        forgetScripts();
+        return false;
+    }
+    m_boardInflates = answer == "1" ? 1 : 0;
+    return true;
+}
+
+QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
+{
+    *ok = false;
+    m_link.processQueue();
+    if (!m_link.write(call + kCtrlD))
+        return {};
+    // The raw REPL answers "OK", the output, Ctrl-D, any error text, Ctrl-D, ">".
+    QByteArray all;
+    QElapsedTimer timer;
+    timer.start();
+    while (all.count(kCtrlD) < 2) {
+        if (!m_link.hasReply()) {
+            const int left = timeoutMs - static_cast<int>(timer.elapsed());
+            if (left <= 0 || !m_link.awaitEod(left))
+                return {};
+            continue;
+        }
+        all += m_link.takeReply();
+    }
+    if (!all.startsWith(kRawAccepted))
+        return {};
+    const int end = all.indexOf(kCtrlD);
+    const QByteArray error = all.mid(end + 1, all.indexOf(kCtrlD, end + 1) - end - 1);
+    if (!error.isEmpty()) {
+        log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(error));
+        return {};
+    }
+    *ok = true;
+    return all.mid(kRawAccepted.size(), end - kRawAccepted.size());
+}
+
+QByteArray BoardFiles::deflateBlocks(const QByteArray& data)
+{
+    QByteArray out;
+    for (int offset = 0; offset < data.size(); offset += kDeflateBlock) {
+        const QByteArray block = data.mid(offset, kDeflateBlock);
+        z_stream z{};
+        // Raw deflate (negative window bits): the board inflates with deflate.RAW.
+        if (deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, -kDeflateWindowBits, 9, Z_DEFAULT_STRATEGY) != Z_OK)
+            return {};
+        QByteArray packed(static_cast<int>(deflateBound(&z, static_cast<uLong>(block.size()))), Qt::Uninitialized);
+        z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.data()));
+        z.avail_in = static_cast<uInt>(block.size());
+        z.next_out = reinterpret_cast<Bytef*>(packed.data());
+        z.avail_out = static_cast<uInt>(packed.size());
+        const int result = deflate(&z, Z_FINISH);
+        packed.resize(static_cast<int>(z.total_out));
+        deflateEnd(&z);
+        const bool stored = result != Z_STREAM_END || packed.size() >= block.size();
+        const QByteArray& body = stored ? block : packed;
+        const quint16 header = static_cast<quint16>(body.size()) | (stored ? kStoredBlock : 0);
+        out += static_cast<char>(header >> 8);
+        out += static_cast<char>(header & 0xFF);
+        out += body;
+    }
+    return out;
+}
+
+QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths)
+{
+    const BoardBusy scope(*this);
+    QHash<QString, QByteArray> digests;
+    if (!fastScript())
+        return digests;
+    for (int first = 0; first < paths.size();) {
+        QStringList batch;
+        int chars = 0;
+        for (int i = first; i < paths.size() && (batch.isEmpty() || chars < kHashBatchChars); ++i) {
+            batch << pyString(paths.at(i));
+            chars += batch.last().size();
+        }
+        bool ok = false;
+        const QList<QByteArray> replies =
+            rawCall("_fhs([" + batch.join(QLatin1Char(',')).toLatin1() + "])", kHashTimeoutMs, &ok).split(' ');
+        if (!ok || replies.size() != batch.size()) {
+            forgetScripts();
+            return {};
+        }
+        for (int i = 0; i < batch.size(); ++i)
+            digests.insert(paths.at(first + i), replies.at(i).trimmed());
+        first += batch.size();
+    }
+    return digests;
 }
 
 QString BoardFiles::request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
@@ -650,7 +825,13 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
         return {};
     }
     m_link.processQueue();
-    return QJsonDocument::fromJson(line).array();
+    const QJsonArray all = QJsonDocument::fromJson(line).array();
+    // A fast upload's temporary is ours alone: never shown, synced or backed up.
+    QJsonArray shown;
+    for (const QJsonValue& entry : all)
+        if (!entry.toObject().value(QStringLiteral("n")).toString().endsWith(kTempSuffix))
+            shown.append(entry);
+    return shown;
 }
 
 void BoardFiles::updateMcDir(QString path)

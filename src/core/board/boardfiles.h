@@ -6,6 +6,7 @@
 #include <QHash>
 #include <QJsonArray>
 #include <QObject>
+#include <QSet>
 #include <QStringList>
 
 class BoardFiles;
@@ -45,6 +46,17 @@ public:
     // True from a cancel until the outermost running operation ends; the first
     // call that sees it logs the one "Cancelled" line.
     bool cancelRequested();
+
+    // Fast transfers: "MC/FastTransfers", unless the command line chose.
+    bool fastTransfers() const;
+    void setFastTransfers(bool on) { m_fastOverride = on ? 1 : 0; }
+    // Forgets which scripts the board holds; they are pasted again when next needed.
+    void forgetScripts();
+    // Fast transfers: the digests of many board files in few calls, each
+    // path's reply as mc_file_hash() gives it; empty when the board failed.
+    QHash<QString, QByteArray> mc_file_hashes(const QStringList& paths);
+    // Where a fast upload writes until its checksum holds; never listed.
+    static const QString kTempSuffix;
 
     bool upload_script(const QString& path);
     bool execute_script(const QString& path);
@@ -109,6 +121,16 @@ private:
                     QByteArray* reply);
     // Re-enters the raw REPL after a transfer and swallows its banner.
     bool settleRaw();
+    // The packet exchange of an upload; the fast one has no plain waits.
+    // Returns the failure text, empty on success.
+    QString sendTransfer(const QByteArray& text, bool fast, bool* cancelled);
+    // Pastes the fast-transfer script unless the board holds it already.
+    bool fastScript();
+    // Runs one call in the raw REPL and returns what it printed, once the
+    // raw REPL has ended its output; ok is false on a timeout or an error.
+    QByteArray rawCall(const QByteArray& call, int timeoutMs, bool* ok);
+    // Deflated blocks, each after its 2-byte length (top bit: stored as is).
+    static QByteArray deflateBlocks(const QByteArray& data);
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.
@@ -121,4 +143,7 @@ private:
     bool m_cancel = false;
     bool m_cancelLogged = false;
     bool m_lastDownloadOk = false;
+    int m_fastOverride = -1;
+    QSet<QString> m_pasted; // scripts the board holds, in fast mode
+    int m_boardInflates = -1;
 };

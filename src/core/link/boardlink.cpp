@@ -15,6 +15,8 @@ const QByteArray kPrompt = QByteArrayLiteral(">>> ");
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 const QByteArray kRawEnd = QByteArrayLiteral(">");
 const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
+// What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
+const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
 
 const QByteArray kLaunchCommand = QByteArrayLiteral("import machine; machine.reset()\r\n");
 const QByteArray kResetCommand = QByteArrayLiteral("import machine; machine.reset(1)\r\n");
@@ -162,6 +164,11 @@ void BoardLink::io_ready()
         const QByteArray data = m_port.readAll();
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
+        m_recent = (m_recent + data).right(kSoftReboot.size() + 64);
+        if (!data.isEmpty() && m_recent.contains(kSoftReboot)) {
+            m_recent.clear();
+            emit interpreterRestarted();
+        }
     }
     switch (m_state) {
     case MC_UNKNOWN:
@@ -379,6 +386,7 @@ void BoardLink::launch()
 {
     if (!to_repl())
         return;
+    emit interpreterRestarted();
     m_autoReconnect = true;
     m_stopOnConnect = false;
     if (!write(kLaunchCommand))
@@ -393,6 +401,7 @@ void BoardLink::reset()
 {
     if (!to_repl())
         return;
+    emit interpreterRestarted();
     m_autoReconnect = true;
     m_stopOnConnect = true;
     m_infoTimer.start(kInfoDelayMs);
@@ -410,6 +419,7 @@ void BoardLink::dfu()
 {
     if (!to_repl())
         return;
+    emit interpreterRestarted();
     m_autoReconnect = false;
     if (!write(kDfuCommand))
         emit logLine(tr("DFU failed or not supported"));

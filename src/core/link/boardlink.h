@@ -109,6 +109,9 @@ signals:
     void resetMcConsumed();
     void queryInfoRequested();
     void portClosing();
+    // The board's interpreter may have started afresh (reconnect, launch,
+    // reset, DFU, a soft reboot seen in its output): what was defined in it is gone.
+    void interpreterRestarted();
 
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
@@ -127,6 +130,7 @@ private:
     QByteArray m_expect; // what the exchange in flight waits to see first
     quint64 m_eods = 0;
     quint64 m_bytesReceived = 0;
+    QByteArray m_recent; // the last bytes received, for a banner cut between reads
 
     PortSettings m_settings;
     QString m_lastPortName;

@@ -9,10 +9,16 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonObject>
+#include <QSet>
 #include <QSettings>
 
 namespace {
 const QString kDefaultHashScript = QStringLiteral(":/data/hash.py");
+
+QString folderOf(const QString& boardPath)
+{
+    return boardPath.left(boardPath.lastIndexOf(QLatin1Char('/')));
+}
 
 QByteArray digestOf(QFile& file, QCryptographicHash::Algorithm algorithm)
 {
@@ -62,7 +68,20 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
     if (script.isEmpty())
         script = kDefaultHashScript;
-    if (!m_files.upload_script(script) || !m_files.link().to_repl()) {
+    // Fast transfers ask for every digest in a few calls, unless a hash script of the user's decides.
+    const bool batch = m_files.fastTransfers() && script == kDefaultHashScript;
+    QHash<QString, QByteArray> digests;
+    if (batch) {
+        QStringList paths;
+        for (const QString& f : files)
+            paths << destination + f;
+        digests = m_files.mc_file_hashes(paths);
+        if (digests.isEmpty() && !paths.isEmpty()) {
+            log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
+                                        : tr("Synchronization aborted: the MC is disconnected"));
+            return false;
+        }
+    } else if (!m_files.upload_script(script) || !m_files.link().to_repl()) {
         log(tr("Synchronization failed"));
         return false;
     }
@@ -72,15 +91,18 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     QCryptographicHash::Algorithm algorithm = QCryptographicHash::Md5;
     bool switched = false;
     QStringList uploads;
+    QSet<QString> created; // board folders known to exist
     for (const QString& f : files) {
         if (m_files.cancelRequested())
             return false;
-        const QByteArray reply = m_files.mc_file_hash(destination + f);
+        const QByteArray reply = batch ? digests.value(destination + f) : m_files.mc_file_hash(destination + f);
         if (reply.isEmpty()) {
             log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
                                         : tr("Synchronization aborted: the MC is disconnected"));
             return false;
         }
+        if (!reply.startsWith("err"))
+            created << folderOf(destination + f); // a file answered: its folder exists
         if (reply.startsWith("err")) {
             if (options.missing)
                 uploads << f;
@@ -108,20 +130,19 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         }
     }
 
-    QStringList created;
     for (const QString& f : qAsConst(uploads)) {
         if (options.dryRun) {
             emit fileUploaded(f);
             continue;
         }
         const QString target = destination + f;
-        const QString folder = target.left(target.lastIndexOf(QLatin1Char('/')));
+        const QString folder = folderOf(target);
         if (options.createDirs && !created.contains(folder)) {
             if (!m_files.mc_mkdir(folder)) {
                 log(abortText());
                 return false;
             }
-            created << folder;
+            created.insert(folder);
         }
         if (m_files.cancelRequested() || !m_files.upload(source + QLatin1Char('/') + f, target)) {
             if (!m_files.cancelRequested())

@@ -31,6 +31,7 @@ const USAGE = `usage: virtual-board [options]
   --lf-enter              the friendly REPL takes LF as a second Enter, as the
                           unix port does ("\r\n" gives two prompts)
   --stock-pyb             STM32: pyb as upstream MicroPython has it (no FlashWriter)
+  --no-deflate            a firmware built without the deflate module
   --fragment SEED         cut board output into pieces of random size (1 byte
                           up) with random gaps, replayable by SEED
   --max-gap MS            longest gap between fragments (default 25)
@@ -65,6 +66,7 @@ function parseArgs(argv) {
     latency: 0,
     lfEnter: false,
     stockPyb: false,
+    noDeflate: false,
     fragment: -1,
     maxGap: 25,
   };
@@ -99,6 +101,7 @@ function parseArgs(argv) {
       case "--latency": o.latency = num(v(), a); break;
       case "--lf-enter": o.lfEnter = true; break;
       case "--stock-pyb": o.stockPyb = true; break;
+      case "--no-deflate": o.noDeflate = true; break;
       case "--fragment": o.fragment = num(v(), a); break;
       case "--max-gap": o.maxGap = num(v(), a); break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
@@ -331,7 +334,7 @@ async function startBoard() {
     workerData: {
       config: {
         flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump,
-        lfEnter: opts.lfEnter, stockPyb: opts.stockPyb,
+        lfEnter: opts.lfEnter, stockPyb: opts.stockPyb, noDeflate: opts.noDeflate,
       },
       snapshot,
       ctlBuffer,

@@ -163,6 +163,7 @@ globalThis.vbConfig = {
   entries: config.entries,
   hash: config.hash,
   stockPyb: !!config.stockPyb,
+  noDeflate: !!config.noDeflate,
   ...config.uname,
 };
 globalThis.vbHost = {
