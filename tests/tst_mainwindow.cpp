@@ -20,6 +20,7 @@
 #include <QPlainTextEdit>
 #include <QPushButton>
 #include <QProgressBar>
+#include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
 #include <QTextBrowser>
@@ -42,8 +43,9 @@ class TestMainWindow : public QObject {
     }
 
 private slots:
-    // The Sync dialog's preview and extra options, and Sync on Save.
-    void syncPreviewAndSyncOnSave()
+    // The Sync dialog's preview and extra options, Sync on Save, and the
+    // board's space in the status bar.
+    void syncPreviewSaveAndSpace()
     {
         BoardSession s(QStringLiteral("stm32"), {}, {{"old.py", "x"}, {"keep.cfg", "k"}});
         QTemporaryDir pc;
@@ -54,8 +56,11 @@ private slots:
         w.setupLocalDir(pc.path());
         BoardLink::PortSettings settings;
         settings.name = s.board.path();
+        QSignalSpy listed(&w.files(), &BoardFiles::queryInfoFinished);
         QVERIFY(w.connectTo(settings));
-        QVERIFY(waitFor([&] { return w.mcModel().fileExists(QStringLiteral("old.py")); }, 20000));
+        QVERIFY(waitFor([&] { return listed.count() > 0 && !w.files().busy(); }, 20000));
+        QVERIFY2(w.statusBar()->currentMessage().contains(QStringLiteral(" free of ")),
+                 qPrintable(w.statusBar()->currentMessage()));
         QString preview;
         QTimer::singleShot(200, &w, [&] {
             auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());

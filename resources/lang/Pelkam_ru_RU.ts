@@ -804,6 +804,10 @@ If not, it will be uploaded to
         <source>Upload each file saved in the PC folder into the listed board folder</source>
         <translation>Загружать каждый файл, сохранённый в папке ПК, в открытую папку платы</translation>
     </message>
+    <message>
+        <source>Board: %1 free of %2</source>
+        <translation>Плата: свободно %1 из %2</translation>
+    </message>
 </context>
 <context>
     <name>Preferences</name>

@@ -99,6 +99,14 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     m_mcFileList->setModel(&m_mcModel);
     m_mcFileList->horizontalHeader()->setSectionResizeMode(0, QHeaderView::Stretch);
     m_mcFileList->setShowGrid(false);
+    m_files->setReportSpace(true);
+    connect(m_files.get(), &BoardFiles::spaceReported, this, [this](qint64 freeBytes, qint64 totalBytes) {
+        if (totalBytes <= 0)
+            statusBar()->clearMessage();
+        else
+            statusBar()->showMessage(tr("Board: %1 free of %2")
+                                         .arg(locale().formattedDataSize(freeBytes), locale().formattedDataSize(totalBytes)));
+    });
     m_pcFileList->setContextMenuPolicy(Qt::CustomContextMenu);
     m_mcFileList->setContextMenuPolicy(Qt::CustomContextMenu);
     connect(m_pcFileList, &QWidget::customContextMenuRequested, this, &PelkamWindow::pcFileListMenu);

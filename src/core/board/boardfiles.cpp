@@ -857,6 +857,28 @@ void BoardFiles::updateMcDir(QString path)
     if (!m_link.replCommand(chdir.toLatin1(), kChdirTimeoutMs))
         log(tr("Cannot change directory to %1").arg(path));
     m_link.drain();
+    if (m_reportSpace)
+        reportSpace(path);
+}
+
+void BoardFiles::reportSpace(const QString& path)
+{
+    const QString command = QStringLiteral("import os;s=os.statvfs(%1) if hasattr(os,'statvfs') else 0;"
+                                           "print('space',s[0]*s[3],s[0]*s[2]) if s else 0")
+                                .arg(pyString(path));
+    qint64 freeBytes = -1;
+    qint64 totalBytes = -1;
+    if (m_link.replCommand(command.toLatin1(), kListTimeoutMs)) {
+        while (m_link.hasReply()) {
+            const QList<QByteArray> words = m_link.takeReply().trimmed().split(' ');
+            if (words.size() == 3 && words.at(0) == "space") {
+                freeBytes = words.at(1).toLongLong();
+                totalBytes = words.at(2).toLongLong();
+            }
+        }
+    }
+    m_link.processQueue();
+    emit spaceReported(freeBytes, totalBytes);
 }
 
 QStringList BoardFiles::upy_parselist(const QString& text) const

@@ -81,6 +81,8 @@ public:
     bool mc_rename(const QString& from, const QString& to);
 
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
+    // After each listing, also ask the board how full it is (spaceReported).
+    void setReportSpace(bool on) { m_reportSpace = on; }
     void updateMcDir(QString path);
     QStringList upy_parselist(const QString& text) const;
 
@@ -108,6 +110,9 @@ signals:
     void progressChanged(int value);
     void progressFinished();
     void queryInfoFinished();
+    // Bytes free and in all on the listed folder's file system; both -1 when
+    // the board cannot tell (no os.statvfs).
+    void spaceReported(qint64 freeBytes, qint64 totalBytes);
 
 private:
     bool readScript(const QString& path, QByteArray* text);
@@ -135,6 +140,7 @@ private:
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.
     void stopQuietly();
+    void reportSpace(const QString& path);
 
     friend class BoardBusy;
     BoardLink& m_link;
@@ -146,4 +152,5 @@ private:
     int m_fastOverride = -1;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
+    bool m_reportSpace = false;
 };
