@@ -10,6 +10,7 @@
 #include "panedragdrop.h"
 #include "replline.h"
 #include "sync/synchronizer.h"
+#include "scrollback.h"
 #include "syncflow.h"
 #include "themedetector.h"
 #include "updater.h"
@@ -674,9 +675,9 @@ void PelkamWindow::on_actionPreferences_triggered()
 void PelkamWindow::applyScrollback()
 {
     // 0 keeps everything; otherwise the oldest lines go as new ones come.
-    const int lines = qMax(0, m_settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
-    m_terminal->document()->setMaximumBlockCount(lines);
-    m_log->document()->setMaximumBlockCount(lines);
+    m_scrollback = qMax(0, m_settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
+    trimScrollback(m_terminal, m_scrollback);
+    trimScrollback(m_log, m_scrollback);
 }
 
 void PelkamWindow::on_actionNew_File_triggered()
@@ -827,6 +828,7 @@ void PelkamWindow::terminalAppend(const QString& text)
         return;
     QString line = timeStamp(m_accentColor) + text;
     m_terminal->append(processTerminalData(line));
+    trimScrollback(m_terminal, m_scrollback);
 }
 
 void PelkamWindow::logAppend(const QString& text)
@@ -835,6 +837,7 @@ void PelkamWindow::logAppend(const QString& text)
         return;
     QString line = timeStamp(m_syslogColor) + text;
     m_log->append(processTerminalData(line));
+    trimScrollback(m_log, m_scrollback);
     m_log->verticalScrollBar()->setValue(m_log->verticalScrollBar()->maximum());
 }
 

@@ -144,6 +144,7 @@ private:
     QPointer<QTextBrowser> m_terminal;
     ReplLine* m_replLine = nullptr;
     bool m_cancelled = false;
+    int m_scrollback = 0; // lines the Terminal and the Syslog keep, 0 = all
     QPointer<QTextBrowser> m_log;
     QGroupBox* m_fileSystemGroup = nullptr;
     QTabWidget* m_logTabs = nullptr;

@@ -6,6 +6,7 @@
 #include "codeeditor/qcodeeditor.h"
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
+#include "pelkamwindow.h"
 #include "sync/synchronizer.h"
 
 #include <QDir>
@@ -21,6 +22,7 @@
 #include <QTextStream>
 
 #include <memory>
+#include <sys/resource.h>
 #include <vector>
 
 namespace {
@@ -30,15 +32,29 @@ constexpr int kBigFile = 200 * 1024;
 constexpr int kSmallFile = 100;
 constexpr int kHugeFile = 10 * 1024 * 1024;
 
-long peakRssKb()
+// A field of /proc/self/status in kB: VmHWM (peak) or VmRSS (now).
+long statusKb(const char* field)
 {
     QFile status(QStringLiteral("/proc/self/status"));
     if (!status.open(QIODevice::ReadOnly))
         return -1;
+    const QByteArray key = QByteArray(field) + ':';
     for (const QByteArray& line : status.readAll().split('\n'))
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
+        if (line.startsWith(key))
+            return line.mid(key.size()).trimmed().split(' ').value(0).toLong();
     return -1;
+}
+
+long peakRssKb()
+{
+    return statusKb("VmHWM");
+}
+
+double cpuSeconds()
+{
+    rusage usage{};
+    getrusage(RUSAGE_SELF, &usage);
+    return usage.ru_utime.tv_sec + usage.ru_stime.tv_sec + (usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
 QString writeFile(const QTemporaryDir& dir, const QString& name, int size)
@@ -515,6 +531,44 @@ void writeReport(const QString& path, const QStringList& groups)
 }
 } // namespace
 
+// A board printing at the full 115200-baud line rate into the Terminal with
+// a limit of 10,000 lines: the CPU it takes and whether memory stays flat.
+void measureTerminal(QTextStream& out)
+{
+    constexpr int kLimit = 10000;
+    constexpr int kLines = 100000;
+    const QString text = QStringLiteral("sensor %1: t=23.45 C, h=41.2 %, p=1013.2 hPa, \x1b[32mok\x1b[0m");
+    const double linesPerSecond = kBaud / 10.0 / (text.size() + 6); // the number and "\r\n"
+    QSettings().setValue(QStringLiteral("UI/TerminalLines"), kLimit);
+    PelkamWindow w;
+    w.readSettings();
+    w.show();
+    const auto feed = [&](int count) {
+        for (int i = 0; i < count; ++i) {
+            w.terminalAppend(text.arg(i % 10000));
+            // The views repaint as often as the serial port delivers lines.
+            if (i % 20 == 0)
+                QCoreApplication::processEvents();
+        }
+        QCoreApplication::processEvents();
+    };
+    feed(2 * kLimit);
+    const long before = statusKb("VmRSS");
+    const double cpu = cpuSeconds();
+    feed(kLines);
+    const double spent = cpuSeconds() - cpu;
+    const long after = statusKb("VmRSS");
+    QSettings().remove(QStringLiteral("UI/TerminalLines"));
+    figure(out, QStringLiteral("terminal"), QStringLiteral("terminal_cpu_share_at_line_rate"),
+           100 * spent / kLines * linesPerSecond, 1, QStringLiteral("%"),
+           QStringLiteral("one core's share the Terminal takes at the 115200-baud line rate, 10,000 lines kept "
+                          "(goal: under 20)"));
+    figure(out, QStringLiteral("terminal"), QStringLiteral("terminal_rss_growth_100k_lines"), after - before, 0,
+           QStringLiteral("kB"),
+           QStringLiteral("memory growth over 100,000 more lines (%1 minutes at that rate), 10,000 kept (goal: flat)")
+               .arg(kLines / linesPerSecond / 60, 0, 'f', 0));
+}
+
 int main(int argc, char* argv[])
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -527,7 +581,7 @@ int main(int argc, char* argv[])
     const int only = args.indexOf(QStringLiteral("--only"));
     const QString group = only >= 0 ? args.value(only + 1) : QString();
     const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"), QStringLiteral("packages"),
-                             QStringLiteral("editor")};
+                             QStringLiteral("editor"), QStringLiteral("terminal")};
     if (only >= 0 && !groups.contains(group)) {
         QTextStream(stderr) << "pelkam-benchmark: --only takes one of " << groups.join(QStringLiteral(", ")) << '\n';
         return 2;
@@ -545,6 +599,8 @@ int main(int argc, char* argv[])
         measurePackages(dir, out);
     if (wanted("editor"))
         measureEditor(out);
+    if (wanted("terminal"))
+        measureTerminal(out);
     if (write >= 0 && write + 1 < args.size())
         writeReport(args.at(write + 1), groups);
     return 0;
