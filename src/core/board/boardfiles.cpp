@@ -40,6 +40,8 @@ constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
 constexpr int kFastCallTimeoutMs = 10000;
+constexpr int kMinChunk = 32;   // below it "MC/TransferSize" means the default
+constexpr int kFastChunk = 1024;
 // Fast transfers: files are deflated in independent blocks so the board needs
 // little memory to inflate them (a 4 kB window and one block).
 constexpr int kDeflateBlock = 4096;
@@ -355,7 +357,9 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     if (!fast)
         text = raw.toBase64();
     emit fileOpsEnableRequested(false);
-    const int chunk = BoardLink::transferSize();
+    // Fast transfers default to the largest chunk the scripts take: fewer round trips.
+    const bool chunkChosen = QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt() >= kMinChunk;
+    const int chunk = fast && !chunkChosen ? kFastChunk : BoardLink::transferSize();
     QString call;
     if (fast) {
         if (!fastScript())
@@ -384,7 +388,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
         return false;
 
     bool cancelled = false;
-    const QString failure = sendTransfer(text, fast, &cancelled);
+    const QString failure = sendTransfer(text, chunk, fast, &cancelled);
     if (cancelled) {
         emit fileOpsEnableRequested(true);
         return false;
@@ -400,9 +404,8 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     return fast ? m_link.isOpen() : settleRaw();
 }
 
-QString BoardFiles::sendTransfer(const QByteArray& text, bool fast, bool* cancelled)
+QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled)
 {
-    const int chunk = BoardLink::transferSize();
     const auto invalid = [](const QByteArray& reply) { return tr("Invalid reply %1. Aborted").arg(hexUpper(reply)); };
     QByteArray reply;
     QString failure =

@@ -128,7 +128,7 @@ private:
     bool settleRaw();
     // The packet exchange of an upload; the fast one has no plain waits.
     // Returns the failure text, empty on success.
-    QString sendTransfer(const QByteArray& text, bool fast, bool* cancelled);
+    QString sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled);
     // Pastes the fast-transfer script unless the board holds it already.
     bool fastScript();
     // Runs one call in the raw REPL and returns what it printed, once the
