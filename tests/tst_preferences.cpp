@@ -91,6 +91,7 @@ private slots:
             child<QComboBox>(p, "editor_TabsCombo")->setCurrentIndex(1);
             child<QCheckBox>(p, "editor_AutoIndentCheck")->setChecked(true);
             child<QCheckBox>(p, "global_MCExecCheck")->setChecked(true);
+            child<QCheckBox>(p, "global_FastTransfersCheck")->setChecked(true);
             p.writeSettings();
         }
         QCOMPARE(prompter.questions,
@@ -99,10 +100,10 @@ private slots:
         QStringList stored;
         for (const char* key : {"UI/Language", "MC/ClickAction", "MC/SubDirsSel", "MC/TransferSize", "MC/STMDir",
                                 "MC/ESPDir", "MC/SuggestExecute", "Code/Tabs", "Code/Indent", "Code/TabSize",
-                                "UI/TerminalLines"})
+                                "UI/TerminalLines", "MC/FastTransfers"})
             stored << s.value(QLatin1String(key)).toString();
         QCOMPARE(stored,
-                 QStringList({"", "download", "0", "256", "/sd/app", "/", "true", "false", "true", "4", "5000"}));
+                 QStringList({"", "download", "0", "256", "/sd/app", "/", "true", "false", "true", "4", "5000", "true"}));
 
         // From "System" to a language: no warning (deliberately); the same
         // language again: none; another language: one.

@@ -1,5 +1,7 @@
-import sys,gc,os,io,binascii,pyb
-_FW=getattr(pyb,'FlashWriter',None)
+import sys,gc,os,io,binascii
+try:
+ import pyb;_FW=getattr(pyb,'FlashWriter',None)
+except ImportError:_FW=None
 class _NW:
  __enter__=lambda s:s
  __exit__=lambda s,*a:None

@@ -451,7 +451,8 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
 
 bool BoardFiles::fastScript()
 {
-    const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), true);
+    // One script for both board types: it wraps writes in pyb.FlashWriter() where the board has one.
+    const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), false);
     if (m_pasted.contains(path) && m_boardInflates >= 0)
         return m_link.to_raw();
     if (!upload_script(path))
