@@ -339,7 +339,7 @@ void TestBoardFiles::wireBytes()
     // Fast: the script goes once, then only the call and its packets; a
     // board that restarted gets it again.
     files.setFastTransfers(true);
-    const QByteArray call("_fup('/flash/w.txt', 1024, 0, 6, 565)\x04");
+    const QByteArray call("_fup('/flash/w.txt', 512, 0, 6, 565)\x04");
     const QByteArray fast = script("fast.py") + "_fcap()\x04";
     for (int round = 0; round < 2; ++round) {
         if (round == 1) {

@@ -40,8 +40,6 @@ constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
 constexpr int kFastCallTimeoutMs = 10000;
-constexpr int kMinChunk = 32;   // below it "MC/TransferSize" means the default
-constexpr int kFastChunk = 1024;
 // Fast transfers: files are deflated in independent blocks so the board needs
 // little memory to inflate them (a 4 kB window and one block).
 constexpr int kDeflateBlock = 4096;
@@ -357,9 +355,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     if (!fast)
         text = raw.toBase64();
     emit fileOpsEnableRequested(false);
-    // Fast transfers default to the largest chunk the scripts take: fewer round trips.
-    const bool chunkChosen = QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt() >= kMinChunk;
-    const int chunk = fast && !chunkChosen ? kFastChunk : BoardLink::transferSize();
+    const int chunk = BoardLink::transferSize();
     QString call;
     if (fast) {
         if (!fastScript())
