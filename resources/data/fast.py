@@ -38,15 +38,16 @@ def _fbk(q,w,z):
 def _fup(f,c,z,fn,ft):
  s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout;p=f+_T;ok=0
  try:
-  d=f[:f.rfind('/')]
-  for x in os.listdir(d or '/'):
-   if x.endswith(_T) and x!=f[len(d)+1:]+_T:
-    try:os.remove(d+'/'+x)
-    except OSError:pass
   a=i.read(11)
   if len(a)<11 or a[0]!=33:
    s=0x31;e='Inv size packet {}'.format(a);raise StopIteration
   n=int(a[1:]);b=bytearray(1028);m=memoryview(b);h=0;t=0;q=b''
+  d=f[:f.rfind('/')]
+  with (_FW or _NW)():
+   for x in os.listdir(d or '/'):
+    if x.endswith(_T):
+     try:os.remove(d+'/'+x)
+     except OSError:pass
   o.write('#9>')
   with (_FW or _NW)(),open(p,'wb') as w:
    while n>0:
@@ -81,6 +82,7 @@ def _fup(f,c,z,fn,ft):
  except Exception as x:e=str(x)
  finally:
   if not ok:
-   try:os.remove(p)
+   try:
+    with (_FW or _NW)():os.remove(p)
    except OSError:pass
  o.write('#'+chr(s)+e)
