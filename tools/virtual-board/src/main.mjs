@@ -29,7 +29,7 @@ const USAGE = `usage: virtual-board [options]
                           release, version, machine); may repeat
   --heap BYTES            MicroPython heap size (default 262144)
   --lf-enter              the friendly REPL takes LF as a second Enter, as the
-                          unix port does ("\r\n" gives two prompts)
+                          unix port does ("\\r\\n" gives two prompts)
   --stock-pyb             STM32: pyb as upstream MicroPython has it (no FlashWriter)
   --no-deflate            a firmware built without the deflate module
   --fragment SEED         cut board output into pieces of random size (1 byte
