@@ -8,6 +8,7 @@
 #include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
 #include "sync/synchronizer.h"
+#include "workflows/boardbackup.h"
 
 #include <QDir>
 
@@ -221,6 +222,20 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
     figure(out, QStringLiteral("sync"), QStringLiteral("sync_unchanged_rude_per_file"),
            rudeSeconds * 1000 / kRuns / kFiles, 1, QStringLiteral("ms"),
            QStringLiteral("the same, per unchanged file"));
+
+    // Backups of that board in a row, each compared byte for byte with the project.
+    constexpr int kBackups = 5;
+    int exact = 0;
+    for (int run = 0; run < kBackups; ++run) {
+        QTemporaryDir target;
+        BoardBackup backup(rude.files);
+        bool same = backup.run(QStringLiteral("/flash"), target.path());
+        for (const QString& f : qAsConst(files))
+            same = same && readFile(target.filePath(f)) == readFile(root + QLatin1Char('/') + f);
+        exact += same ? 1 : 0;
+    }
+    figure(out, QStringLiteral("sync"), QStringLiteral("backup_rude_runs_ok"), exact, 0, QStringLiteral("of 5"),
+           QStringLiteral("backups of that board in a row, every file byte-exact"));
 }
 
 // The same first sync through pelkam-cli onto one board, then onto three at
