@@ -156,26 +156,10 @@ void TestCli::installAndSync()
     QCOMPARE(r.out, QByteArray("/c/1.py\n"));
     QCOMPARE(cli(port + QStringList{"install", m_dir.filePath("x.zip")}).code, 2);
 
-    // A nested project onto a board that has none of its folders.
-    QTemporaryDir project;
-    const QMap<QString, QByteArray> tree{{"main.py", "main"}, {"lib/util.py", "util"}, {"lib/drivers/bme.py", "bme"}};
-    for (auto it = tree.cbegin(); it != tree.cend(); ++it)
-        writeFile(project.filePath(it.key()), it.value());
-    const QByteArray expected("lib/drivers/bme.py\nlib/util.py\nmain.py\n");
-    r = cli(port + QStringList{"sync", project.path(), "/app", "--dry-run"});
-    QCOMPARE(r.code, 0);
-    QCOMPARE(r.out, expected);
-    QVERIFY(!QFileInfo::exists(board.dump() + "/app"));
-    r = cli(port + QStringList{"sync", project.path(), "/app"});
-    QCOMPARE(r.code, 0);
-    QCOMPARE(r.out, expected);
-    QCOMPARE(files(board.dump() + "/app"), tree);
-    r = cli(port + QStringList{"sync", project.path(), "/app"});
-    QCOMPARE(r.code, 0);
-    QCOMPARE(r.out, QByteArray());
     QCOMPARE(cli(port + QStringList{"sync", m_dir.filePath("nowhere"), "/app"}).code, 2);
     // A name the board cannot take: both runs list it and upload nothing.
-    for (const char* name : {"a_new.py", "b:bad.py"})
+    QTemporaryDir project;
+    for (const char* name : {"main.py", "lib/util.py", "a_new.py", "b:bad.py"})
         writeFile(project.filePath(QString::fromLatin1(name)), "x");
     for (const QStringList& extra : {QStringList{"--dry-run"}, QStringList{}}) {
         r = cli(port + QStringList{"sync", project.path(), "/app"} + extra);
@@ -183,7 +167,7 @@ void TestCli::installAndSync()
         QCOMPARE(r.out, QByteArray());
         QVERIFY(r.err.contains("forbidden character : in /app/b:bad.py"));
     }
-    QCOMPARE(files(board.dump() + "/app"), tree);
+    QVERIFY(!QFileInfo::exists(board.dump() + "/app"));
 }
 
 void TestCli::mirrorAndIgnore()
@@ -215,6 +199,7 @@ void TestCli::mirrorAndIgnore()
     r = cli(sync);
     QVERIFY2(r.code == 0, r.err.constData());
     QCOMPARE(r.out, report("deleted"));
+    QCOMPARE(cli(sync).out, QByteArray());
     const QMap<QString, QByteArray> expected{
         {"main.py", "m"}, {"lib/u.py", "u"}, {"secrets/key.txt", "k"}, {"secrets/public.txt", "pub"}};
     QCOMPARE(files(board.dump() + "/app"), expected);
