@@ -26,6 +26,14 @@ def _fh1(f):
   return binascii.hexlify(h.digest()).decode()
  except OSError as e:return 'err(%d)'%e.args[0]
 def _fhs(l):print(' '.join(_fh1(f) for f in l))
+def _fmk(d):
+ p=''
+ for x in d.strip('/').split('/'):
+  p+='/'+x
+  try:t=os.stat(p)[0]
+  except OSError:t=0
+  if t!=0x4000:
+   with (_FW or _NW)():os.mkdir(p)
 def _fbk(q,w,z):
  if not z:
   w.write(q);return b''

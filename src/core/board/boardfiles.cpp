@@ -704,6 +704,15 @@ bool BoardFiles::mc_mkdir(QString path)
     const BoardBusy scope(*this);
     if (path.isEmpty() || path == QLatin1String("/"))
         return true;
+    if (fastTransfers()) {
+        // One call for every missing folder of the path, in the raw REPL.
+        if (!fastScript())
+            return false;
+        log(tr("Creating dir %1").arg(path));
+        bool ok = false;
+        rawCall("_fmk(" + pyString(path).toLatin1() + ')', kMkdirTimeoutMs, &ok);
+        return ok;
+    }
     if (!m_link.to_repl())
         return false;
     const QString scriptFile = scriptPath(QStringLiteral("PY/mkdir"), QStringLiteral("mkdir"), true);
