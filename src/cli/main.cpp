@@ -6,19 +6,17 @@
 #include "sync/synchronizer.h"
 #include "workflows/boardbackup.h"
 
+#include "everyport.h"
+
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
-#include <QEventLoop>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
-#include <QProcess>
 #include <QRegularExpression>
 #include <QTextStream>
-#include <QTimer>
 
-#include <csignal>
 #include <cstdio>
 #include <functional>
 #include <unistd.h>
@@ -68,22 +66,6 @@ error.
 
 Exit status: 0 success, 1 the operation failed (on any board), 2 usage error.)";
 
-// Set from SIGINT and SIGTERM; long-running commands end when they see it.
-volatile std::sig_atomic_t g_stopRequested = 0;
-
-void requestStop(int)
-{
-    g_stopRequested = 1;
-}
-
-// Runs the event loop for ms; false once a stop was requested.
-bool pump(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
-    return g_stopRequested == 0;
-}
 
 QString plain(QString html)
 {
@@ -298,7 +280,7 @@ int cmdWatch(Context& c)
     printSyncResults(c, sync, false);
     // A stop ends a running sync after the file in flight.
     QObject::connect(&sync, &Synchronizer::fileUploaded, [&c] {
-        if (g_stopRequested)
+        if (stopRequested())
             c.files.cancel();
     });
     const auto syncAll = [&] {
@@ -306,7 +288,7 @@ int cmdWatch(Context& c)
         return !namesRefused(c, files, destination) && sync.synchronize(source, destination, files, options);
     };
     if (!syncAll() && c.link.isOpen())
-        return g_stopRequested ? kExitOk : kExitFailed;
+        return stopRequested() ? kExitOk : kExitFailed;
 
     FolderWatcher watcher(source);
     QStringList saved;
@@ -408,75 +390,6 @@ QString checkArguments(const QString& command, const QStringList& args)
         return QStringLiteral("%1 takes an absolute board folder").arg(command);
     return QString();
 }
-// One child process per board, each with its own link and event loop; their
-// lines are passed on prefixed with the port.
-int runOnEveryPort(const QStringList& ports)
-{
-    QStringList common = QCoreApplication::arguments().mid(1);
-    for (int i = 0; i < common.size();) {
-        if (common.at(i) == QLatin1String("--port") || common.at(i) == QLatin1String("-port"))
-            common.erase(common.begin() + i, common.begin() + qMin(i + 2, common.size()));
-        else if (common.at(i).startsWith(QLatin1String("--port=")))
-            common.removeAt(i);
-        else
-            ++i;
-    }
-    QTextStream out(stdout);
-    QTextStream err(stderr);
-    struct Board {
-        QString port;
-        QProcess* process;
-        QByteArray pending[2];
-    };
-    QList<Board> boards;
-    for (const QString& port : ports)
-        boards.append({port, new QProcess(qApp), {}});
-    const auto pass = [&](Board& b, int channel, bool all) {
-        QByteArray& buffer = b.pending[channel];
-        b.process->setReadChannel(channel == 0 ? QProcess::StandardOutput : QProcess::StandardError);
-        buffer += b.process->readAll();
-        QTextStream& to = channel == 0 ? out : err;
-        int end;
-        while ((end = buffer.indexOf('\n')) >= 0 || (all && !buffer.isEmpty())) {
-            const QByteArray line = end >= 0 ? buffer.left(end) : buffer;
-            buffer.remove(0, end >= 0 ? end + 1 : buffer.size());
-            // Progress lines redraw themselves with "\r"; only their last state is passed on.
-            to << b.port << '\t' << QString::fromLocal8Bit(line.mid(line.lastIndexOf('\r') + 1)) << '\n' << Qt::flush;
-        }
-    };
-    for (Board& b : boards) {
-        QObject::connect(b.process, &QProcess::readyReadStandardOutput, [&pass, &b] { pass(b, 0, false); });
-        QObject::connect(b.process, &QProcess::readyReadStandardError, [&pass, &b] { pass(b, 1, false); });
-        b.process->start(QCoreApplication::applicationFilePath(),
-                         QStringList{QStringLiteral("--port"), b.port} + common);
-    }
-    const auto running = [&boards] {
-        for (const Board& b : boards)
-            if (b.process->state() != QProcess::NotRunning)
-                return true;
-        return false;
-    };
-    bool stopping = false;
-    while (running()) {
-        if (!pump(50) && !stopping) {
-            stopping = true;
-            for (Board& b : boards)
-                b.process->terminate();
-        }
-    }
-    int failed = 0;
-    for (Board& b : boards) {
-        pass(b, 0, true);
-        pass(b, 1, true);
-        const bool ok = b.process->error() != QProcess::FailedToStart &&
-                        b.process->exitStatus() == QProcess::NormalExit && b.process->exitCode() == kExitOk;
-        failed += ok ? 0 : 1;
-        err << b.port << ": " << (ok ? QStringLiteral("ok") : QStringLiteral("failed (exit %1)").arg(b.process->exitCode()))
-            << '\n';
-    }
-    err << boards.size() - failed << " of " << boards.size() << " boards succeeded\n" << Qt::flush;
-    return failed == 0 ? kExitOk : kExitFailed;
-}
 } // namespace
 
 int main(int argc, char* argv[])
@@ -542,8 +455,7 @@ int main(int argc, char* argv[])
     if (!problem.isEmpty())
         return usage(problem);
 
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
+    installStopHandlers();
     const QStringList ports = parser.values(QStringLiteral("port"));
     if (ports.size() > 1)
         return runOnEveryPort(ports);
