@@ -59,12 +59,12 @@ def _fup(f,c,z,fn,ft):
   o.write('#9>')
   with (_FW or _NW)(),open(p,'wb') as w:
    while n>0:
-    gc.collect();k=min(n,c)
+    k=min(n,c)
     if i.readinto(m[h:h+k])!=k:
      s=0x32;e='Inv data packet';raise StopIteration
     t+=sum(m[h:h+k]);h+=k
     if h>=1024:
-     q=_fbk(q+binascii.a2b_base64(m[:h]),w,z);h=0
+     q=_fbk(q+binascii.a2b_base64(m[:h]),w,z);h=0;gc.collect()
     n-=k;o.write('#9>')
    q=_fbk(q+binascii.a2b_base64(m[:h]),w,z)
   gc.collect();a=i.read(11)
