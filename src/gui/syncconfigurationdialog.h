@@ -19,7 +19,7 @@ public:
     QString destination() const;
     bool recursive() const;
     bool missing() const;
-    // Beside the specified ones, unchecked unless the user checks them.
+    // Newer options, unchecked unless the user checks them in this dialog.
     bool createDirs() const;
     bool deleteExtra() const;
 
