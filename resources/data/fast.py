@@ -8,24 +8,8 @@ class _NW:
 try:
  import deflate;_D=deflate.DeflateIO;_R=deflate.RAW
 except (ImportError,AttributeError):_D=None
-try:from uhashlib import md5 as _H
-except ImportError:
- try:from uhashlib import sha1 as _H
- except ImportError:_H=None
 _T='.pelkam-tmp'
 def _fcap():print(int(_D is not None))
-def _fh1(f):
- if not _H:return ''
- try:
-  h=_H();b=bytearray(512);m=memoryview(b)
-  with open(f,'rb') as r:
-   while 1:
-    n=r.readinto(b)
-    if not n:break
-    h.update(m[:n])
-  return binascii.hexlify(h.digest()).decode()
- except OSError as e:return 'err(%d)'%e.args[0]
-def _fhs(l):print(' '.join(_fh1(f) for f in l))
 def _fmk(d):
  p=''
  for x in d.strip('/').split('/'):

@@ -1,6 +1,7 @@
 #include "boardfiles.h"
 
 #include "mcdirmodel.h"
+#include "replbytes.h"
 
 #include <QElapsedTimer>
 #include <QFile>
@@ -9,13 +10,10 @@
 #include <QRegExp>
 #include <QSettings>
 
-#include <zlib.h>
+
+using namespace replbytes;
 
 namespace {
-constexpr char kCtrlA = 0x01; // raw REPL (re-entering it resets its input)
-constexpr char kCtrlC = 0x03; // interrupt
-constexpr char kCtrlD = 0x04; // end of raw input / paste
-constexpr char kCtrlE = 0x05; // paste mode
 
 constexpr int kScriptTimeoutMs = 5000;
 constexpr int kSizePacketTimeoutMs = 5000;
@@ -39,22 +37,7 @@ constexpr int kExecuteStepMs = 50;
 constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
-constexpr int kFastCallTimeoutMs = 10000;
-// Fast transfers: files are deflated in independent blocks so the board needs
-// little memory to inflate them (a 4 kB window and one block).
-constexpr int kDeflateBlock = 4096;
-constexpr int kDeflateWindowBits = 12;
-constexpr quint16 kStoredBlock = 0x8000;
-// A file must shrink by a fifth to be sent deflated.
-constexpr int kDeflateWorthNumerator = 4;
-constexpr int kDeflateWorthDenominator = 5;
-// How many path characters one batch of digests may carry.
-constexpr int kHashBatchChars = 768;
 
-const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
-// The raw REPL's first answer to anything ended by Ctrl-D.
-const QByteArray kRawAccepted = QByteArrayLiteral("OK");
-const QByteArray kPasteBanner = QByteArrayLiteral("paste mode; Ctrl-C to cancel, Ctrl-D to finish");
 
 QString hexUpper(const QByteArray& bytes)
 {
@@ -93,18 +76,6 @@ BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_li
     connect(&m_link, &BoardLink::connectionOpened, this, &BoardFiles::forgetScripts);
     connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);
     connect(&m_link, &BoardLink::interpreterRestarted, this, &BoardFiles::forgetScripts);
-}
-
-bool BoardFiles::fastTransfers() const
-{
-    return m_fastOverride >= 0 ? m_fastOverride == 1
-                               : QSettings().value(QStringLiteral("MC/FastTransfers"), false).toBool();
-}
-
-void BoardFiles::forgetScripts()
-{
-    m_pasted.clear();
-    m_boardInflates = -1;
 }
 
 QString BoardFiles::scriptPath(const QString& key, const QString& base, bool hasEspVariant) const
@@ -360,21 +331,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     if (fast) {
         if (!fastScript())
             return false;
-        // Deflated where the board can inflate and it pays; the checksum covers what is sent.
-        bool deflated = false;
-        if (m_boardInflates == 1) {
-            const QByteArray packed = deflateBlocks(raw);
-            deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
-            text = (deflated ? packed : raw).toBase64();
-        } else {
-            text = raw.toBase64();
-        }
-        call = QStringLiteral("_fup(%1, %2, %3, %4, %5)")
-                   .arg(pyString(target))
-                   .arg(chunk)
-                   .arg(deflated ? 1 : 0)
-                   .arg(raw.size())
-                   .arg(byteSum(raw));
+        call = fastUploadCall(raw, target, chunk, &text);
     } else {
         if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
             return false;
@@ -443,109 +400,6 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
     if (failure.isEmpty() && !reply.startsWith("#0"))
         failure = invalid(reply);
     return failure;
-}
-
-bool BoardFiles::fastScript()
-{
-    // One script for both board types: it wraps writes in pyb.FlashWriter() where the board has one.
-    const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), false);
-    if (m_pasted.contains(path) && m_boardInflates >= 0)
-        return m_link.to_raw();
-    if (!upload_script(path))
-        return false;
-    bool ok = false;
-    const QByteArray answer = rawCall("_fcap()", kFastCallTimeoutMs, &ok).trimmed();
-    if (!ok) {
-        forgetScripts();
-        return false;
-    }
-    m_boardInflates = answer == "1" ? 1 : 0;
-    return true;
-}
-
-QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
-{
-    *ok = false;
-    m_link.processQueue();
-    if (!m_link.write(call + kCtrlD))
-        return {};
-    // The raw REPL answers "OK", the output, Ctrl-D, any error text, Ctrl-D, ">".
-    QByteArray all;
-    QElapsedTimer timer;
-    timer.start();
-    while (all.count(kCtrlD) < 2) {
-        if (!m_link.hasReply()) {
-            const int left = timeoutMs - static_cast<int>(timer.elapsed());
-            if (left <= 0 || !m_link.awaitEod(left))
-                return {};
-            continue;
-        }
-        all += m_link.takeReply();
-    }
-    if (!all.startsWith(kRawAccepted))
-        return {};
-    const int end = all.indexOf(kCtrlD);
-    const QByteArray error = all.mid(end + 1, all.indexOf(kCtrlD, end + 1) - end - 1);
-    if (!error.isEmpty()) {
-        log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(error));
-        return {};
-    }
-    *ok = true;
-    return all.mid(kRawAccepted.size(), end - kRawAccepted.size());
-}
-
-QByteArray BoardFiles::deflateBlocks(const QByteArray& data)
-{
-    QByteArray out;
-    for (int offset = 0; offset < data.size(); offset += kDeflateBlock) {
-        const QByteArray block = data.mid(offset, kDeflateBlock);
-        z_stream z{};
-        // Raw deflate (negative window bits): the board inflates with deflate.RAW.
-        if (deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, -kDeflateWindowBits, 9, Z_DEFAULT_STRATEGY) != Z_OK)
-            return {};
-        QByteArray packed(static_cast<int>(deflateBound(&z, static_cast<uLong>(block.size()))), Qt::Uninitialized);
-        z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.data()));
-        z.avail_in = static_cast<uInt>(block.size());
-        z.next_out = reinterpret_cast<Bytef*>(packed.data());
-        z.avail_out = static_cast<uInt>(packed.size());
-        const int result = deflate(&z, Z_FINISH);
-        packed.resize(static_cast<int>(z.total_out));
-        deflateEnd(&z);
-        const bool stored = result != Z_STREAM_END || packed.size() >= block.size();
-        const QByteArray& body = stored ? block : packed;
-        const quint16 header = static_cast<quint16>(body.size()) | (stored ? kStoredBlock : 0);
-        out += static_cast<char>(header >> 8);
-        out += static_cast<char>(header & 0xFF);
-        out += body;
-    }
-    return out;
-}
-
-QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths)
-{
-    const BoardBusy scope(*this);
-    QHash<QString, QByteArray> digests;
-    if (!fastScript())
-        return digests;
-    for (int first = 0; first < paths.size();) {
-        QStringList batch;
-        int chars = 0;
-        for (int i = first; i < paths.size() && (batch.isEmpty() || chars < kHashBatchChars); ++i) {
-            batch << pyString(paths.at(i));
-            chars += batch.last().size();
-        }
-        bool ok = false;
-        const QList<QByteArray> replies =
-            rawCall("_fhs([" + batch.join(QLatin1Char(',')).toLatin1() + "])", kHashTimeoutMs, &ok).split(' ');
-        if (!ok || replies.size() != batch.size()) {
-            forgetScripts();
-            return {};
-        }
-        for (int i = 0; i < batch.size(); ++i)
-            digests.insert(paths.at(first + i), replies.at(i).trimmed());
-        first += batch.size();
-    }
-    return digests;
 }
 
 QString BoardFiles::request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
@@ -704,15 +558,8 @@ bool BoardFiles::mc_mkdir(QString path)
     const BoardBusy scope(*this);
     if (path.isEmpty() || path == QLatin1String("/"))
         return true;
-    if (fastTransfers()) {
-        // One call for every missing folder of the path, in the raw REPL.
-        if (!fastScript())
-            return false;
-        log(tr("Creating dir %1").arg(path));
-        bool ok = false;
-        rawCall("_fmk(" + pyString(path).toLatin1() + ')', kMkdirTimeoutMs, &ok);
-        return ok;
-    }
+    if (fastTransfers())
+        return fastMkdir(path);
     if (!m_link.to_repl())
         return false;
     const QString scriptFile = scriptPath(QStringLiteral("PY/mkdir"), QStringLiteral("mkdir"), true);

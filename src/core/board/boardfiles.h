@@ -52,9 +52,10 @@ public:
     void setFastTransfers(bool on) { m_fastOverride = on ? 1 : 0; }
     // Forgets which scripts the board holds; they are pasted again when next needed.
     void forgetScripts();
-    // Fast transfers: the digests of many board files in few calls, each
-    // path's reply as mc_file_hash() gives it; empty when the board failed.
-    QHash<QString, QByteArray> mc_file_hashes(const QStringList& paths);
+    // Fast transfers: the digests of many board files in few calls of the
+    // hash script's _hash, each path's reply as mc_file_hash() gives it;
+    // empty when the board failed.
+    QHash<QString, QByteArray> mc_file_hashes(const QStringList& paths, const QString& hashScript);
     // Where a fast upload writes until its checksum holds; never listed.
     static const QString kTempSuffix;
 
@@ -136,6 +137,9 @@ private:
     QByteArray rawCall(const QByteArray& call, int timeoutMs, bool* ok);
     // Deflated blocks, each after its 2-byte length (top bit: stored as is).
     static QByteArray deflateBlocks(const QByteArray& data);
+    // The fast upload's call; *text gets what is to be sent (deflated where it pays).
+    QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text);
+    bool fastMkdir(const QString& path);
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.

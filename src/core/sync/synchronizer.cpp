@@ -68,14 +68,14 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
     if (script.isEmpty())
         script = kDefaultHashScript;
-    // Fast transfers ask for every digest in a few calls, unless a hash script of the user's decides.
-    const bool batch = m_files.fastTransfers() && script == kDefaultHashScript;
+    // Fast transfers ask for every digest in a few calls.
+    const bool batch = m_files.fastTransfers();
     QHash<QString, QByteArray> digests;
     if (batch) {
         QStringList paths;
         for (const QString& f : files)
             paths << destination + f;
-        digests = m_files.mc_file_hashes(paths);
+        digests = m_files.mc_file_hashes(paths, script);
         if (digests.isEmpty() && !paths.isEmpty()) {
             log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
                                         : tr("Synchronization aborted: the MC is disconnected"));

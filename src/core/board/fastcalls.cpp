@@ -1,0 +1,173 @@
+// BoardFiles: the fast-transfer mode (scripts pasted once, calls in the raw
+// REPL, deflated uploads, batched digests).
+#include "boardfiles.h"
+
+#include "replbytes.h"
+
+#include <QElapsedTimer>
+#include <QSettings>
+
+#include <zlib.h>
+
+using namespace replbytes;
+
+namespace {
+constexpr int kFastCallTimeoutMs = 10000;
+// Files are deflated in independent blocks so the board needs little memory
+// to inflate them (a 4 kB window and one block).
+constexpr int kDeflateBlock = 4096;
+constexpr int kDeflateWindowBits = 12;
+constexpr quint16 kStoredBlock = 0x8000;
+// A file must shrink by a fifth to be sent deflated.
+constexpr int kDeflateWorthNumerator = 4;
+constexpr int kDeflateWorthDenominator = 5;
+// How many path characters one batch of digests may carry.
+constexpr int kHashBatchChars = 768;
+} // namespace
+
+bool BoardFiles::fastTransfers() const
+{
+    return m_fastOverride >= 0 ? m_fastOverride == 1
+                               : QSettings().value(QStringLiteral("MC/FastTransfers"), false).toBool();
+}
+
+void BoardFiles::forgetScripts()
+{
+    m_pasted.clear();
+    m_boardInflates = -1;
+}
+
+bool BoardFiles::fastScript()
+{
+    // One script for both board types: it wraps writes in pyb.FlashWriter() where the board has one.
+    const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), false);
+    if (m_pasted.contains(path) && m_boardInflates >= 0)
+        return m_link.to_raw();
+    if (!upload_script(path))
+        return false;
+    bool ok = false;
+    const QByteArray answer = rawCall("_fcap()", kFastCallTimeoutMs, &ok).trimmed();
+    if (!ok) {
+        forgetScripts();
+        return false;
+    }
+    m_boardInflates = answer == "1" ? 1 : 0;
+    return true;
+}
+
+QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
+{
+    *ok = false;
+    m_link.processQueue();
+    if (!m_link.write(call + kCtrlD))
+        return {};
+    // The raw REPL answers "OK", the output, Ctrl-D, any error text, Ctrl-D, ">".
+    QByteArray all;
+    QElapsedTimer timer;
+    timer.start();
+    while (all.count(kCtrlD) < 2) {
+        if (!m_link.hasReply()) {
+            const int left = timeoutMs - static_cast<int>(timer.elapsed());
+            if (left <= 0 || !m_link.awaitEod(left))
+                return {};
+            continue;
+        }
+        all += m_link.takeReply();
+    }
+    if (!all.startsWith(kRawAccepted))
+        return {};
+    const int end = all.indexOf(kCtrlD);
+    const QByteArray error = all.mid(end + 1, all.indexOf(kCtrlD, end + 1) - end - 1);
+    if (!error.isEmpty()) {
+        log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(error));
+        return {};
+    }
+    *ok = true;
+    return all.mid(kRawAccepted.size(), end - kRawAccepted.size());
+}
+
+QByteArray BoardFiles::deflateBlocks(const QByteArray& data)
+{
+    QByteArray out;
+    for (int offset = 0; offset < data.size(); offset += kDeflateBlock) {
+        const QByteArray block = data.mid(offset, kDeflateBlock);
+        z_stream z{};
+        // Raw deflate (negative window bits): the board inflates with deflate.RAW.
+        if (deflateInit2(&z, Z_BEST_COMPRESSION, Z_DEFLATED, -kDeflateWindowBits, 9, Z_DEFAULT_STRATEGY) != Z_OK)
+            return {};
+        QByteArray packed(static_cast<int>(deflateBound(&z, static_cast<uLong>(block.size()))), Qt::Uninitialized);
+        z.next_in = reinterpret_cast<Bytef*>(const_cast<char*>(block.data()));
+        z.avail_in = static_cast<uInt>(block.size());
+        z.next_out = reinterpret_cast<Bytef*>(packed.data());
+        z.avail_out = static_cast<uInt>(packed.size());
+        const int result = deflate(&z, Z_FINISH);
+        packed.resize(static_cast<int>(z.total_out));
+        deflateEnd(&z);
+        const bool stored = result != Z_STREAM_END || packed.size() >= block.size();
+        const QByteArray& body = stored ? block : packed;
+        const quint16 header = static_cast<quint16>(body.size()) | (stored ? kStoredBlock : 0);
+        out += static_cast<char>(header >> 8);
+        out += static_cast<char>(header & 0xFF);
+        out += body;
+    }
+    return out;
+}
+
+QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, const QString& hashScript)
+{
+    const BoardBusy scope(*this);
+    QHash<QString, QByteArray> digests;
+    if (!upload_script(hashScript))
+        return digests;
+    for (int first = 0; first < paths.size();) {
+        QStringList batch;
+        int chars = 0;
+        for (int i = first; i < paths.size() && (batch.isEmpty() || chars < kHashBatchChars); ++i) {
+            batch << pyString(paths.at(i));
+            chars += batch.last().size();
+        }
+        // The hash script's own _hash, many files to one raw-REPL call.
+        const QByteArray call = "print(b' '.join(_hash(f) for f in [" + batch.join(QLatin1Char(',')).toLatin1() +
+                                "]).decode())";
+        bool ok = false;
+        const QList<QByteArray> replies = rawCall(call, kFastCallTimeoutMs, &ok).trimmed().split(' ');
+        if (!ok || replies.size() != batch.size()) {
+            forgetScripts();
+            return {};
+        }
+        for (int i = 0; i < batch.size(); ++i)
+            digests.insert(paths.at(first + i), replies.at(i).trimmed());
+        first += batch.size();
+    }
+    return digests;
+}
+
+QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text)
+{
+    // Deflated where the board can inflate and it pays; the checksum covers what is sent.
+    bool deflated = false;
+    if (m_boardInflates == 1) {
+        const QByteArray packed = deflateBlocks(raw);
+        deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
+        *text = (deflated ? packed : raw).toBase64();
+    } else {
+        *text = raw.toBase64();
+    }
+    return QStringLiteral("_fup(%1, %2, %3, %4, %5)")
+        .arg(pyString(target))
+        .arg(chunk)
+        .arg(deflated ? 1 : 0)
+        .arg(raw.size())
+        .arg(byteSum(raw));
+}
+
+bool BoardFiles::fastMkdir(const QString& path)
+{
+    // One call for every missing folder of the path, in the raw REPL.
+    if (!fastScript())
+        return false;
+    log(tr("Creating dir %1").arg(path));
+    bool ok = false;
+    rawCall("_fmk(" + pyString(path).toLatin1() + ')', kFastCallTimeoutMs, &ok);
+    return ok;
+}
