@@ -68,6 +68,11 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
     if (script.isEmpty())
         script = kDefaultHashScript;
+    const auto hashFailed = [this] {
+        log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
+                                    : tr("Synchronization aborted: the MC is disconnected"));
+        return false;
+    };
     // Fast transfers ask for every digest in a few calls.
     const bool batch = m_files.fastTransfers();
     QHash<QString, QByteArray> digests;
@@ -76,11 +81,8 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         for (const QString& f : files)
             paths << destination + f;
         digests = m_files.mc_file_hashes(paths, script);
-        if (digests.isEmpty() && !paths.isEmpty()) {
-            log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
-                                        : tr("Synchronization aborted: the MC is disconnected"));
-            return false;
-        }
+        if (digests.isEmpty() && !paths.isEmpty())
+            return hashFailed();
     } else if (!m_files.upload_script(script) || !m_files.link().to_repl()) {
         log(tr("Synchronization failed"));
         return false;
@@ -96,13 +98,8 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         if (m_files.cancelRequested())
             return false;
         const QByteArray reply = batch ? digests.value(destination + f) : m_files.mc_file_hash(destination + f);
-        if (reply.isEmpty()) {
-            log(m_files.link().isOpen() ? tr("Syncronization aborted: hash computation failure")
-                                        : tr("Synchronization aborted: the MC is disconnected"));
-            return false;
-        }
-        if (!reply.startsWith("err"))
-            created << folderOf(destination + f); // a file answered: its folder exists
+        if (reply.isEmpty())
+            return hashFailed();
         if (reply.startsWith("err")) {
             if (options.missing)
                 uploads << f;
@@ -110,6 +107,7 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
                 log(tr("Skipping %1 - destination file is missing").arg(f));
             continue;
         }
+        created << folderOf(destination + f); // a file answered: its folder exists
         QFile local(source + QLatin1Char('/') + f);
         if (!local.open(QIODevice::ReadOnly)) {
             log(tr("Skipping %1 - file is not readable").arg(f));
