@@ -9,15 +9,31 @@ try:
  import deflate;_D=deflate.DeflateIO;_R=deflate.RAW
 except (ImportError,AttributeError):_D=None
 _T='.pelkam-tmp'
+_V='.pelkam-new'
 def _fcap():print(int(_D is not None))
+def _fw():return (_FW or _NW)()
+def _fst(p):
+ try:return os.stat(p)[0]
+ except OSError:return 0
+def _fdir(f):
+ i=f.rfind('/')
+ return f[:i] if i>0 else ('/' if i==0 else '.')
+def _fcln(d):
+ r=[]
+ for x in os.listdir(d):
+  for s in (_T,_V):
+   if x.endswith(s) and len(x)>len(s):
+    p=d.rstrip('/')+'/'+x;f=p[:-len(s)]
+    with _fw():
+     if s==_V and not _fst(f):os.rename(p,f);r.append(f)
+     else:os.remove(p)
+ return r
 def _fmk(d):
- p=''
+ p='' if d[:1]=='/' else '.'
  for x in d.strip('/').split('/'):
   p+='/'+x
-  try:t=os.stat(p)[0]
-  except OSError:t=0
-  if t!=0x4000:
-   with (_FW or _NW)():os.mkdir(p)
+  if _fst(p)!=0x4000:
+   with _fw():os.mkdir(p)
 def _fbk(q,w,z):
  if not z:
   w.write(q);return b''
@@ -28,53 +44,62 @@ def _fbk(q,w,z):
   w.write(x if s else _D(io.BytesIO(x),_R,12).read())
  return q
 def _fup(f,c,z,fn,ft):
- s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout;p=f+_T;ok=0
+ s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout;tp=f+_T;p=tp;ok=0;w=None;x=''
  try:
   a=i.read(11)
   if len(a)<11 or a[0]!=33:
    s=0x31;e='Inv size packet {}'.format(a);raise StopIteration
   n=int(a[1:]);b=bytearray(1028);m=memoryview(b);h=0;t=0;q=b''
-  d=f[:f.rfind('/')]
-  with (_FW or _NW)():
-   for x in os.listdir(d or '/'):
-    if x.endswith(_T):
-     try:os.remove(d+'/'+x)
-     except OSError:pass
-  o.write('#9>')
-  with (_FW or _NW)(),open(p,'wb') as w:
+  d=_fdir(f);_fcln(d)
+  r=_fst(f)==0x8000
+  if r:
+   try:v=os.statvfs(d);u=v[0]*v[3]<(fn//v[0]+3)*v[0]
+   except (OSError,AttributeError):u=0
+   if u:p=f;x=' in place'
+  with _fw():
+   w=open(p,'wb')
+   if not n:w.close()
+   o.write('#9>')
    while n>0:
     k=min(n,c)
     if i.readinto(m[h:h+k])!=k:
      s=0x32;e='Inv data packet';raise StopIteration
-    t+=sum(m[h:h+k]);h+=k
-    if h>=1024:
-     q=_fbk(q+binascii.a2b_base64(m[:h]),w,z);h=0;gc.collect()
-    n-=k;o.write('#9>')
-   q=_fbk(q+binascii.a2b_base64(m[:h]),w,z)
-  gc.collect();a=i.read(11)
+    t+=sum(m[h:h+k]);h+=k;n-=k
+    if h>=1024 or not n:
+     try:q=_fbk(q+binascii.a2b_base64(m[:h]),w,z)
+     except MemoryError:s=0x36;e='MemoryError';raise StopIteration
+     h=0;gc.collect()
+    if not n:w.close()
+    o.write('#9>')
+  a=i.read(11)
   if len(a)<11 or a[0]!=64:s=0x33;e='Inv size csum'
   elif t&0xFFFFFFFF!=int(a[1:]):s=0x34;e='Inv csum {}'.format(t)
   elif q:s=0x35;e='Inv block'
   else:
    g=0;v=0
-   with open(p,'rb') as r:
+   with open(p,'rb') as y:
     while 1:
-     k=r.readinto(b)
+     k=y.readinto(b)
      if not k:break
      g+=k;v+=sum(m[:k])
    if g!=fn or v&0xFFFFFFFF!=ft:
     s=0x35;e='Inv file {} {}'.format(g,v)
-   else:
-    with (_FW or _NW)():
-     try:os.rename(p,f)
-     except OSError:
-      os.remove(f);os.rename(p,f)
-    ok=1;s=0x30
+   elif p!=f:
+    with _fw():
+     if r:
+      os.rename(p,f+_V);p=f+_V
+      try:os.rename(p,f)
+      except OSError:
+       if _fst(f):os.remove(f)
+       os.rename(p,f)
+     else:os.rename(p,f)
+   if s==0x38:ok=1;s=0x30;e=x
  except StopIteration:pass
- except Exception as x:e=str(x)
+ except Exception as y:e=str(y)
  finally:
-  if not ok:
+  if w:w.close()
+  if not ok and p==tp:
    try:
-    with (_FW or _NW)():os.remove(p)
+    with _fw():os.remove(tp)
    except OSError:pass
  o.write('#'+chr(s)+e)

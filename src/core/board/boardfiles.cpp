@@ -37,6 +37,12 @@ constexpr int kExecuteStepMs = 50;
 constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
+// How fast a slow board reads its fresh copy back to check it.
+constexpr int kVerifyBytesPerMs = 20;
+// Fast upload replies: "#6" when inflating ran out of memory, "#0 in place"
+// when there was no room for a second copy.
+const QByteArray kInflateFailed = QByteArrayLiteral("#6");
+const QByteArray kWrittenInPlace = QByteArrayLiteral("in place");
 
 
 QString hexUpper(const QByteArray& bytes)
@@ -62,6 +68,7 @@ BoardBusy::~BoardBusy()
 }
 
 const QString BoardFiles::kTempSuffix = QStringLiteral(".pelkam-tmp");
+const QString BoardFiles::kVerifiedSuffix = QStringLiteral(".pelkam-new");
 const QString BoardFiles::kForbiddenCharacters = QStringLiteral("\\?%*:|\"<>");
 
 static void initBoardScripts()
@@ -73,7 +80,10 @@ static void initBoardScripts()
 BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_link(link)
 {
     initBoardScripts();
-    connect(&m_link, &BoardLink::connectionOpened, this, &BoardFiles::forgetScripts);
+    connect(&m_link, &BoardLink::connectionOpened, this, [this] {
+        m_deflateFailed = false;
+        forgetScripts();
+    });
     connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);
     connect(&m_link, &BoardLink::interpreterRestarted, this, &BoardFiles::forgetScripts);
 }
@@ -322,42 +332,61 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     const BoardBusy scope(*this);
     const bool fast = fastTransfers();
     const QByteArray raw = source->readAll();
-    QByteArray text;
-    if (!fast)
-        text = raw.toBase64();
     emit fileOpsEnableRequested(false);
     const int chunk = BoardLink::transferSize();
-    QString call;
-    if (fast) {
-        if (!fastScript())
+    // A board that forgot our scripts, or that cannot inflate after all, gets the file once more.
+    for (int attempt = 0;; ++attempt) {
+        QByteArray text;
+        QString call;
+        bool deflated = false;
+        if (fast) {
+            if (!fastScript())
+                return false;
+            call = fastUploadCall(raw, target, chunk, &text, &deflated);
+        } else {
+            text = raw.toBase64();
+            if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
+                return false;
+            call = QStringLiteral("_upload(%1, %2)").arg(pyString(target)).arg(chunk);
+        }
+        if (!m_link.write(call.toLatin1() + kCtrlD))
             return false;
-        call = fastUploadCall(raw, target, chunk, &text);
-    } else {
-        if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
-            return false;
-        call = QStringLiteral("_upload(%1, %2)").arg(pyString(target)).arg(chunk);
-    }
-    if (!m_link.write(call.toLatin1() + kCtrlD))
-        return false;
 
-    bool cancelled = false;
-    const QString failure = sendTransfer(text, chunk, fast, &cancelled);
-    if (cancelled) {
-        emit fileOpsEnableRequested(true);
-        return false;
-    }
-    if (!failure.isEmpty()) {
-        log(failure);
+        bool cancelled = false;
+        // The fast script reads its copy back before it answers.
+        const int verifyMs = fast ? raw.size() / kVerifyBytesPerMs : 0;
+        const QString failure = sendTransfer(text, chunk, fast, &cancelled, verifyMs);
+        if (cancelled) {
+            emit fileOpsEnableRequested(true);
+            return false;
+        }
+        if (failure.isEmpty())
+            break;
+        if (fast && attempt == 0 && forgotScripts(m_lastReply))
+            continue;
+        if (fast && attempt == 0 && deflated && m_lastReply.startsWith(kInflateFailed)) {
+            log(tr("The board has no memory left to inflate %1: sending it uncompressed, and nothing more "
+                   "compressed until it is connected again")
+                    .arg(target));
+            m_deflateFailed = true;
+            m_link.clearQueue();
+            m_link.drain();
+            continue;
+        }
+        log(m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28") ? tr("Not enough room on the board")
+                                                                                : failure);
         recover();
         return false;
     }
+    if (fast && m_lastReply.startsWith("#0") && m_lastReply.contains(kWrittenInPlace))
+        log(tr("Not enough room on the board for a second copy of %1: it was written in place").arg(target));
     log(tr("Finished uploading to %1").arg(target));
     emit fileOpsEnableRequested(true);
     // The fast script's status arrives with the raw prompt that follows it.
     return fast ? m_link.isOpen() : settleRaw();
 }
 
-QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled)
+QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs)
 {
     const auto invalid = [](const QByteArray& reply) { return tr("Invalid reply %1. Aborted").arg(hexUpper(reply)); };
     QByteArray reply;
@@ -394,7 +423,7 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
 
     if (!fast)
         m_link.qWait(kBeforeChecksumMs);
-    failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs,
+    failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs + verifyMs,
                       tr("Finalization error (during transmission phase). Aborted"),
                       tr("Finalization error (during reception phase). Aborted"), &reply);
     if (failure.isEmpty() && !reply.startsWith("#0"))
@@ -405,11 +434,13 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
 QString BoardFiles::request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
                             QByteArray* reply)
 {
+    m_lastReply.clear();
     if (!m_link.tranceive(packet, timeoutMs))
         return onTimeout;
     if (!m_link.hasReply())
         return onSilence;
     *reply = m_link.takeReply();
+    m_lastReply = *reply;
     return QString();
 }
 
@@ -522,6 +553,9 @@ bool BoardFiles::download(const QString& source, QFile* target)
 bool BoardFiles::remove(const QString& path, bool isDir)
 {
     const BoardBusy scope(*this);
+    // Our leftovers never keep a folder from going.
+    if (isDir && fastTransfers())
+        fastClean(path);
     const QString script = isDir ? scriptPath(QStringLiteral("Scripts/Rmdir"), QStringLiteral("rmdir"), true)
                                  : scriptPath(QStringLiteral("Scripts/Remove"), QStringLiteral("remove"), true);
     if (!upload_script(script))
@@ -649,6 +683,9 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
     QString dir = directory;
     if (dir.size() >= 2 && dir.endsWith(QLatin1Char('/')))
         dir.chop(1);
+    const bool fast = fastTransfers();
+    if (fast && (flags & MC_LIST_FILES))
+        fastClean(dir);
     if (!m_link.to_repl())
         return {};
     QString command;
@@ -682,11 +719,15 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
     }
     m_link.processQueue();
     const QJsonArray all = QJsonDocument::fromJson(line).array();
-    // A fast upload's temporary is ours alone: never shown, synced or backed up.
+    if (!fast)
+        return all;
+    // A fast upload's temporaries are ours alone: not shown, synced or backed up.
     QJsonArray shown;
-    for (const QJsonValue& entry : all)
-        if (!entry.toObject().value(QStringLiteral("n")).toString().endsWith(kTempSuffix))
+    for (const QJsonValue& entry : all) {
+        const QString name = entry.toObject().value(QStringLiteral("n")).toString();
+        if (!name.endsWith(kTempSuffix) && !name.endsWith(kVerifiedSuffix))
             shown.append(entry);
+    }
     return shown;
 }
 

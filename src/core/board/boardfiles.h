@@ -56,8 +56,11 @@ public:
     // hash script's _hash, each path's reply as mc_file_hash() gives it;
     // empty when the board failed.
     QHash<QString, QByteArray> mc_file_hashes(const QStringList& paths, const QString& hashScript);
-    // Where a fast upload writes until its checksum holds; never listed.
+    // Where a fast upload writes until its checksum holds, and the name its
+    // verified copy takes before it replaces the target; listed only while
+    // fast transfers are off.
     static const QString kTempSuffix;
+    static const QString kVerifiedSuffix;
 
     bool upload_script(const QString& path);
     bool execute_script(const QString& path);
@@ -129,16 +132,29 @@ private:
     bool settleRaw();
     // The packet exchange of an upload; the fast one has no plain waits.
     // Returns the failure text, empty on success.
-    QString sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled);
+    QString sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs);
     // Pastes the fast-transfer script unless the board holds it already.
     bool fastScript();
     // Runs one call in the raw REPL and returns what it printed, once the
     // raw REPL has ended its output; ok is false on a timeout or an error.
+    // A late answer is never read as the next one's: after a time-out the
+    // board is interrupted and the link drained.
     QByteArray rawCall(const QByteArray& call, int timeoutMs, bool* ok);
+    // rawCall with the script it needs pasted (the fast script when empty);
+    // a board that forgot it (a NameError) gets it again, once.
+    QByteArray fastCall(const QByteArray& call, int timeoutMs, bool* ok, const QString& script = QString());
+    // True (and the board made ready for a fresh paste) when a reply says
+    // the board forgot our scripts.
+    bool forgotScripts(const QByteArray& reply);
+    // Interrupts the board, forgets its scripts and enters a fresh raw REPL.
+    void resync();
+    // Removes our leftover temporaries in a board folder and puts verified
+    // copies whose target is missing in place; returns the paths restored.
+    QStringList fastClean(const QString& dir);
     // Deflated blocks, each after its 2-byte length (top bit: stored as is).
     static QByteArray deflateBlocks(const QByteArray& data);
     // The fast upload's call; *text gets what is to be sent (deflated where it pays).
-    QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text);
+    QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text, bool* deflated);
     bool fastMkdir(const QString& path);
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
@@ -156,5 +172,8 @@ private:
     int m_fastOverride = -1;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
+    bool m_deflateFailed = false; // inflating ran out of memory in this connection
+    QByteArray m_lastCallError; // the error text of the last raw call
+    QByteArray m_lastReply;     // the last upload packet's reply
     bool m_reportSpace = false;
 };

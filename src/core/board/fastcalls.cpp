@@ -13,6 +13,9 @@ using namespace replbytes;
 
 namespace {
 constexpr int kFastCallTimeoutMs = 10000;
+// What one file (a digest, a folder made on FAT) may add to a call's time.
+constexpr int kPerFileMs = 2000;
+const QByteArray kNameError = QByteArrayLiteral("NameError");
 // Files are deflated in independent blocks so the board needs little memory
 // to inflate them (a 4 kB window and one block).
 constexpr int kDeflateBlock = 4096;
@@ -55,9 +58,20 @@ bool BoardFiles::fastScript()
     return true;
 }
 
+void BoardFiles::resync()
+{
+    // Whatever the board was doing (a late answer, a reset behind an open
+    // port), it ends in a fresh raw REPL whose scripts we no longer trust.
+    forgetScripts();
+    stopQuietly();
+    m_link.setState(MC_RAW);
+    settleRaw();
+}
+
 QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
 {
     *ok = false;
+    m_lastCallError.clear();
     m_link.processQueue();
     if (!m_link.write(call + kCtrlD))
         return {};
@@ -68,22 +82,75 @@ QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
     while (all.count(kCtrlD) < 2) {
         if (!m_link.hasReply()) {
             const int left = timeoutMs - static_cast<int>(timer.elapsed());
-            if (left <= 0 || !m_link.awaitEod(left))
+            if (left <= 0 || !m_link.awaitEod(left)) {
+                if (m_link.isOpen()) {
+                    log(tr("No answer from the board in %1 s: interrupted").arg(timeoutMs / 1000));
+                    resync();
+                }
                 return {};
+            }
             continue;
         }
         all += m_link.takeReply();
     }
-    if (!all.startsWith(kRawAccepted))
+    if (!all.startsWith(kRawAccepted)) {
+        m_lastCallError = all;
         return {};
+    }
     const int end = all.indexOf(kCtrlD);
     const QByteArray error = all.mid(end + 1, all.indexOf(kCtrlD, end + 1) - end - 1);
     if (!error.isEmpty()) {
-        log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(error));
+        m_lastCallError = error;
+        // A board that forgot our scripts is handled by the caller.
+        if (!error.contains(kNameError))
+            log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(error));
         return {};
     }
     *ok = true;
     return all.mid(kRawAccepted.size(), end - kRawAccepted.size());
+}
+
+bool BoardFiles::forgotScripts(const QByteArray& reply)
+{
+    if (!reply.contains(kNameError))
+        return false;
+    // Reset behind a port that stayed open (EN button, watchdog, brown-out).
+    log(tr("The board no longer knows Pelkam's scripts (was it reset?): pasting them again"));
+    resync();
+    return true;
+}
+
+QByteArray BoardFiles::fastCall(const QByteArray& call, int timeoutMs, bool* ok, const QString& script)
+{
+    for (int attempt = 0;; ++attempt) {
+        *ok = false;
+        if (!(script.isEmpty() ? fastScript() : upload_script(script)))
+            return {};
+        const QByteArray answer = rawCall(call, timeoutMs, ok);
+        if (*ok || attempt > 0 || !forgotScripts(m_lastCallError)) {
+            if (!*ok && m_lastCallError.contains(kNameError))
+                log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(m_lastCallError));
+            return answer;
+        }
+    }
+}
+
+QStringList BoardFiles::fastClean(const QString& dir)
+{
+    // Leftover temporaries go; a verified copy whose target is missing (a
+    // reset between FAT's unlink and rename) is put in place.
+    bool ok = false;
+    const QByteArray restored =
+        fastCall("print('\\n'.join(_fcln(" + pyString(dir).toLatin1() + ")))", kFastCallTimeoutMs, &ok).trimmed();
+    QStringList paths;
+    if (!ok)
+        return paths;
+    for (const QByteArray& line : restored.split('\n'))
+        if (!line.trimmed().isEmpty())
+            paths << QString::fromUtf8(line.trimmed());
+    for (const QString& path : qAsConst(paths))
+        log(tr("%1 restored from its verified copy").arg(path));
+    return paths;
 }
 
 QByteArray BoardFiles::deflateBlocks(const QByteArray& data)
@@ -117,8 +184,6 @@ QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, 
 {
     const BoardBusy scope(*this);
     QHash<QString, QByteArray> digests;
-    if (!upload_script(hashScript))
-        return digests;
     for (int first = 0; first < paths.size();) {
         QStringList batch;
         int chars = 0;
@@ -130,7 +195,9 @@ QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, 
         const QByteArray call = "print(b' '.join(_hash(f) for f in [" + batch.join(QLatin1Char(',')).toLatin1() +
                                 "]).decode())";
         bool ok = false;
-        const QList<QByteArray> replies = rawCall(call, kFastCallTimeoutMs, &ok).trimmed().split(' ');
+        // A slow flash takes its time per file.
+        const int timeout = kFastCallTimeoutMs + kPerFileMs * batch.size();
+        const QList<QByteArray> replies = fastCall(call, timeout, &ok, hashScript).trimmed().split(' ');
         if (!ok || replies.size() != batch.size()) {
             forgetScripts();
             return {};
@@ -142,17 +209,19 @@ QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, 
     return digests;
 }
 
-QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text)
+QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text,
+                                   bool* deflatedOut)
 {
     // Deflated where the board can inflate and it pays; the checksum covers what is sent.
     bool deflated = false;
-    if (m_boardInflates == 1) {
+    if (m_boardInflates == 1 && !m_deflateFailed) {
         const QByteArray packed = deflateBlocks(raw);
         deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
         *text = (deflated ? packed : raw).toBase64();
     } else {
         *text = raw.toBase64();
     }
+    *deflatedOut = deflated;
     return QStringLiteral("_fup(%1, %2, %3, %4, %5)")
         .arg(pyString(target))
         .arg(chunk)
@@ -164,10 +233,9 @@ QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target,
 bool BoardFiles::fastMkdir(const QString& path)
 {
     // One call for every missing folder of the path, in the raw REPL.
-    if (!fastScript())
-        return false;
     log(tr("Creating dir %1").arg(path));
     bool ok = false;
-    rawCall("_fmk(" + pyString(path).toLatin1() + ')', kFastCallTimeoutMs, &ok);
+    const int timeout = kFastCallTimeoutMs + kPerFileMs * path.count(QLatin1Char('/'));
+    fastCall("_fmk(" + pyString(path).toLatin1() + ')', timeout, &ok);
     return ok;
 }

@@ -17,6 +17,11 @@ const QByteArray kRawEnd = QByteArrayLiteral(">");
 const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
+// An ESP32's ROM after a hard reset, and MicroPython's banner after any
+// boot (also after every Ctrl-B, which is why those are counted).
+const QByteArray kResetCause = QByteArrayLiteral("rst:0x");
+const QByteArray kBanner = QByteArrayLiteral("MicroPython v");
+constexpr int kBannerAfterCtrlBMs = 3000;
 
 const QByteArray kLaunchCommand = QByteArrayLiteral("import machine; machine.reset()\r\n");
 const QByteArray kResetCommand = QByteArrayLiteral("import machine; machine.reset(1)\r\n");
@@ -90,6 +95,8 @@ int BoardLink::transferSize()
 
 bool BoardLink::write(const QByteArray& data)
 {
+    if (data.contains(kCtrlB))
+        m_bannerClock.start();
     const int chunk = transferSize();
     int sent = 0;
     while (m_port.isOpen() && sent < data.size()) {
@@ -165,10 +172,8 @@ void BoardLink::io_ready()
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
         m_recent = (m_recent + data).right(kSoftReboot.size() + 64);
-        if (!data.isEmpty() && m_recent.contains(kSoftReboot)) {
-            m_recent.clear();
-            emit interpreterRestarted();
-        }
+        if (!data.isEmpty())
+            findRestart();
     }
     switch (m_state) {
     case MC_UNKNOWN:
@@ -183,6 +188,30 @@ void BoardLink::io_ready()
         bufferSplitBy(kRawEnd);
         break;
     }
+}
+
+void BoardLink::findRestart()
+{
+    bool restarted = false;
+    bool hard = false;
+    for (const QByteArray& marker : {kSoftReboot, kResetCause, kBanner}) {
+        const int at = m_recent.indexOf(marker);
+        if (at < 0)
+            continue;
+        m_recent.remove(0, at + marker.size());
+        if (marker == kBanner && m_bannerClock.isValid() && m_bannerClock.elapsed() < kBannerAfterCtrlBMs) {
+            m_bannerClock.invalidate(); // the banner our own Ctrl-B asked for
+            continue;
+        }
+        restarted = true;
+        hard = hard || marker != kSoftReboot;
+    }
+    if (!restarted)
+        return;
+    // A board reset behind a port that stayed open boots into the friendly REPL.
+    if (hard && m_state == MC_RAW)
+        setState(MC_REPL);
+    emit interpreterRestarted();
 }
 
 void BoardLink::signalEod()

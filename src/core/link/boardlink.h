@@ -3,6 +3,7 @@
 #include "mctypes.h"
 
 #include <QByteArray>
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QSerialPort>
@@ -121,6 +122,8 @@ private:
     // Queues one cut piece; false when it was stale input and was dropped.
     bool takePiece(const QByteArray& piece);
     void signalEod();
+    // Looks for the signs of a board that restarted in what it just sent.
+    void findRestart();
 
     QSerialPort m_port;
     MC_STATE m_state = MC_UNKNOWN;
@@ -131,6 +134,7 @@ private:
     quint64 m_eods = 0;
     quint64 m_bytesReceived = 0;
     QByteArray m_recent; // the last bytes received, for a banner cut between reads
+    QElapsedTimer m_bannerClock; // since the last Ctrl-B we sent
 
     PortSettings m_settings;
     QString m_lastPortName;

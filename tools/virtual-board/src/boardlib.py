@@ -102,6 +102,50 @@ for _name in ("chdir", "getcwd", "listdir", "mkdir", "remove", "rename", "rmdir"
 os.uname = lambda: _uname
 
 _MOUNT = "/flash" if _cfg.flavour == "stm32" else "/"
+_FLASH_MS = _cfg.flashMs
+_CAPACITY = _cfg.flashSize
+_BLOCK = 512
+
+
+def _flash_busy():
+    # An erase or a directory update: the board reads no input meanwhile.
+    if _FLASH_MS:
+        _host.busy(_FLASH_MS)
+
+
+def _flash_op(fn):
+    def call(*args):
+        _flash_busy()
+        return fn(*args)
+
+    return call
+
+
+for _name in ("mkdir", "remove", "rmdir", "unlink"):
+    setattr(os, _name, _flash_op(getattr(os, _name)))
+
+
+def _used(path=_MOUNT):
+    total = 0
+    for entry in _os.ilistdir(path):
+        full = path.rstrip("/") + "/" + entry[0]
+        if entry[1] == 0x4000:
+            total += _BLOCK + _used(full)
+        else:
+            # Whole blocks, as a flash file system allocates them.
+            total += (_os.stat(full)[6] + _BLOCK - 1) // _BLOCK * _BLOCK + _BLOCK
+    return total
+
+
+if _CAPACITY:
+
+    def _statvfs(path):
+        _translated(_os.stat)(path)
+        total = _CAPACITY // _BLOCK
+        free = max(0, _CAPACITY - _used()) // _BLOCK
+        return (_BLOCK, _BLOCK, total, free, free, 0, 0, 0, 0, 255)
+
+    os.statvfs = _statvfs
 
 
 def _rename(old, new):
@@ -115,6 +159,19 @@ def _rename(old, new):
     here = _os.getcwd()
     _os.chdir(_MOUNT)
     try:
+        if _cfg.fs == "fat":
+            # FAT cannot rename over a file: MicroPython unlinks the target first.
+            try:
+                target_is_file = _os.stat(inside(new))[0] & 0xF000 == 0x8000
+            except OSError:
+                target_is_file = False
+            if target_is_file:
+                _os.stat(inside(old))
+                _flash_busy()
+                _translated(_os.remove)(inside(new))
+                if _cfg.crashInRename:
+                    _host.crash()
+        _flash_busy()
         _translated(_os.rename)(inside(old), inside(new))
     finally:
         try:
@@ -136,7 +193,64 @@ os.stat = _stat
 _real_ilistdir = _translated(_os.ilistdir)
 import builtins
 
-builtins.open = _translated(builtins.open)
+_open = _translated(builtins.open)
+
+
+class _FlashFile:
+    # A file open for writing on flash: opening erases, closing commits, and
+    # the file system may be full.
+    def __init__(self, f):
+        self._f = f
+
+    def write(self, data):
+        if _CAPACITY and _used() + len(data) > _CAPACITY:
+            raise _board_error(OSError(51))
+        return self._f.write(data)
+
+    def read(self, *a):
+        return self._f.read(*a)
+
+    def readinto(self, *a):
+        return self._f.readinto(*a)
+
+    def readline(self, *a):
+        return self._f.readline(*a)
+
+    def seek(self, *a):
+        return self._f.seek(*a)
+
+    def tell(self):
+        return self._f.tell()
+
+    def flush(self):
+        return self._f.flush()
+
+    def close(self):
+        if self._f is not None:
+            self._f.close()
+            self._f = None
+            _flash_busy()
+
+    def __enter__(self):
+        return self
+
+    def __exit__(self, *exc):
+        self.close()
+
+    def __iter__(self):
+        return iter(self._f)
+
+
+def _open_file(name, mode="r", *args, **kw):
+    if not (_FLASH_MS or _CAPACITY) or not any(c in mode for c in "wax+"):
+        return _open(name, mode, *args, **kw)
+    _flash_busy()
+    if _CAPACITY and "w" in mode and _used() + _BLOCK > _CAPACITY:
+        raise _board_error(OSError(51))
+    return _FlashFile(_open(name, mode, *args, **kw))
+
+
+builtins.open = _open_file
 
 
 def _ilistdir4(path="."):
@@ -218,6 +332,15 @@ if _cfg.flavour == "stm32":
 # deflate.DeflateIO fails as on such a board.
 if _cfg.noDeflate:
     _install(_Module("deflate"), "deflate")
+elif _cfg.inflateOom:
+    # A fragmented heap: the 4 kB window cannot be allocated.
+    _deflate = _Module("deflate", __import__("deflate"))
+
+    def _no_memory(*a, **kw):
+        raise MemoryError("memory allocation failed, allocating 4096 bytes")
+
+    _deflate.DeflateIO = _no_memory
+    _install(_deflate, "deflate")
 
 
 def _vb_run(name):

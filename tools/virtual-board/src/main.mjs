@@ -32,6 +32,20 @@ const USAGE = `usage: virtual-board [options]
                           unix port does ("\\r\\n" gives two prompts)
   --stock-pyb             STM32: pyb as upstream MicroPython has it (no FlashWriter)
   --no-deflate            a firmware built without the deflate module
+  --inflate-oom           deflate.DeflateIO raises MemoryError, as on a fragmented heap
+  --uart-ring N           the console's input ring holds N bytes (a UART REPL:
+                          260 on ESP32); what arrives while it is full is lost.
+                          Use with --baud, as bytes then arrive at a UART's pace
+  --flash-ms MS           flash timing: opening a file for writing, closing it,
+                          remove, rename, mkdir and rmdir each keep the board
+                          busy (not reading its input) for MS
+  --fs littlefs|fat       fat: a rename over an existing file unlinks it first
+  --flash-size BYTES      the file system holds this much; a write past it
+                          fails with ENOSPC and os.statvfs tells the truth
+  --crash-in-rename       (with --fs fat) a hard reset between the unlink and
+                          the rename of the first rename over a file
+  --bridge                resets keep the port open, as behind a USB-serial
+                          bridge (SIGWINCH: a hard reset that keeps the port)
   --fragment SEED         cut board output into pieces of random size (1 byte
                           up) with random gaps, replayable by SEED
   --max-gap MS            longest gap between fragments (default 25)
@@ -69,6 +83,13 @@ function parseArgs(argv) {
     noDeflate: false,
     fragment: -1,
     maxGap: 25,
+    inflateOom: false,
+    uartRing: 0,
+    flashMs: 0,
+    fs: "littlefs",
+    flashSize: 0,
+    crashInRename: false,
+    bridge: false,
   };
   const num = (v, name) => {
     const n = Number(v);
@@ -104,6 +125,13 @@ function parseArgs(argv) {
       case "--no-deflate": o.noDeflate = true; break;
       case "--fragment": o.fragment = num(v(), a); break;
       case "--max-gap": o.maxGap = num(v(), a); break;
+      case "--inflate-oom": o.inflateOom = true; break;
+      case "--uart-ring": o.uartRing = num(v(), a); break;
+      case "--flash-ms": o.flashMs = num(v(), a); break;
+      case "--fs": o.fs = v(); if (!["littlefs", "fat"].includes(o.fs)) fail("--fs is littlefs or fat"); break;
+      case "--flash-size": o.flashSize = num(v(), a); break;
+      case "--crash-in-rename": o.crashInRename = true; break;
+      case "--bridge": o.bridge = true; break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
       default: fail(`unknown option ${a}`);
     }
@@ -264,9 +292,10 @@ function pushInput(buf) {
   const { ctl, ring } = board;
   let w = Atomics.load(ctl, CTL.write);
   const r = Atomics.load(ctl, CTL.read);
-  if (w - r + buf.length > RING_SIZE) {
-    log("input overflow, bytes lost");
-    buf = buf.subarray(0, RING_SIZE - (w - r));
+  const room = (opts.uartRing > 0 ? Math.min(opts.uartRing, RING_SIZE) : RING_SIZE) - (w - r);
+  if (buf.length > room) {
+    log(`input overflow, ${buf.length - room} bytes lost`);
+    buf = buf.subarray(0, room);
   }
   for (const b of buf) ring[w++ % RING_SIZE] = b;
   Atomics.store(ctl, CTL.write, w);
@@ -325,7 +354,7 @@ function startRelay() {
   });
 }
 
-async function startBoard() {
+async function startBoard(keptRelay = null) {
   const ctlBuffer = new SharedArrayBuffer(CTL.size * 4);
   const ringBuffer = new SharedArrayBuffer(RING_SIZE);
   const ctl = new Int32Array(ctlBuffer);
@@ -335,6 +364,8 @@ async function startBoard() {
       config: {
         flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump,
         lfEnter: opts.lfEnter, stockPyb: opts.stockPyb, noDeflate: opts.noDeflate,
+        inflateOom: opts.inflateOom, flashMs: opts.flashMs, fs: opts.fs, flashSize: opts.flashSize,
+        crashInRename: opts.crashInRename, banner: keptRelay !== null,
       },
       snapshot,
       ctlBuffer,
@@ -352,7 +383,8 @@ async function startBoard() {
       reject(e);
     });
   });
-  board = { worker, relay: null, ctl, ring };
+  board = { worker, relay: keptRelay, ctl, ring };
+  if (keptRelay) return ready;
   // Like USB enumeration, the port appears once the board has booted, or
   // after a second when boot.py or main.py keeps running.
   await Promise.race([ready, new Promise((r) => setTimeout(r, kPortAppearsMs))]);
@@ -388,6 +420,16 @@ function onLeave(m) {
     log("DFU mode: the port is gone for good");
     dead = true;
     stopBoard();
+    return;
+  }
+  if (m.keepPort || opts.bridge) {
+    // Behind a USB-serial bridge the port stays; the board boots again behind it.
+    log("hard reset, the port stays open");
+    if (m.crashed) opts.crashInRename = false;
+    const { worker, relay } = board;
+    board = null;
+    toBoard.clear();
+    worker.terminate().then(() => { if (!dead) startBoard(relay).catch(fatal); });
     return;
   }
   log("reset");
@@ -456,6 +498,13 @@ process.on("SIGUSR1", () => dump().then((done) => log(done ? "dumped" : "board b
 process.on("SIGUSR2", () => {
   if (!board || !board.ctl) return;
   Atomics.store(board.ctl, CTL.cmdUnplug, 1);
+  Atomics.add(board.ctl, CTL.seq, 1);
+  Atomics.notify(board.ctl, CTL.seq);
+});
+// A hard reset that the port survives: the EN button, a watchdog, a brown-out.
+process.on("SIGWINCH", () => {
+  if (!board || !board.ctl) return;
+  Atomics.store(board.ctl, CTL.cmdHardReset, 1);
   Atomics.add(board.ctl, CTL.seq, 1);
   Atomics.notify(board.ctl, CTL.seq);
 });

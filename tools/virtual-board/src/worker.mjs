@@ -95,6 +95,7 @@ function checkInterrupt() {
 
 function handleCommands() {
   if (Atomics.load(ctl, CTL.cmdUnplug) !== 0) leave("reset");
+  if (Atomics.load(ctl, CTL.cmdHardReset) !== 0) leave("reset", { keepPort: true });
   if (Atomics.load(ctl, CTL.cmdDump) !== 0) {
     Atomics.store(ctl, CTL.cmdDump, 0);
     try {
@@ -164,6 +165,11 @@ globalThis.vbConfig = {
   hash: config.hash,
   stockPyb: !!config.stockPyb,
   noDeflate: !!config.noDeflate,
+  inflateOom: !!config.inflateOom,
+  flashMs: config.flashMs || 0,
+  fs: config.fs || "littlefs",
+  flashSize: config.flashSize || 0,
+  crashInRename: !!config.crashInRename,
   ...config.uname,
 };
 globalThis.vbHost = {
@@ -174,6 +180,13 @@ globalThis.vbHost = {
     scheduleInterrupt();
   },
   dfu: () => leave("dfu"),
+  // Flash busy (an erase): the board reads no input meanwhile.
+  busy(ms) {
+    flush();
+    Atomics.wait(ctl, CTL.never, 0, Math.max(0, ms));
+    handleCommands();
+  },
+  crash: () => leave("reset", { keepPort: true, crashed: true }),
   hashNew(algo) {
     const id = nextHash++;
     hashes.set(id, createHash(algo));
@@ -202,6 +215,10 @@ async function boot(entries) {
   restoreTree(mp.FS, entries);
   mp.FS.writeFile("/vbhost/boardlib.py", boardlib);
   mp.runPython("import sys\nsys.path.insert(0, '/vbhost')\nimport boardlib\ndel sys");
+  if (config.banner && config.flavour === "esp32") {
+    // What the ESP32's ROM prints after a reset behind a USB-serial bridge.
+    for (const b of Buffer.from("ets Jul 29 2019 12:21:46\r\n\r\nrst:0xc (SW_CPU_RESET),boot:0x13 (SPI_FAST_FLASH_BOOT)\r\n")) emitRaw(b);
+  }
   interruptPending = false;
   executing = true;
   mp.runPython("__import__('boardlib')._vb_boot()");
