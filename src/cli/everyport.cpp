@@ -5,22 +5,44 @@
 #include <QProcess>
 #include <QTextStream>
 #include <QTimer>
+#include <QElapsedTimer>
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSocketNotifier>
 
 #include <csignal>
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace {
 volatile std::sig_atomic_t g_stopRequested = 0;
+volatile std::sig_atomic_t g_signal = 0;
+int g_wake[2] = {-1, -1};
 
-void requestStop(int)
+void requestStop(int signal)
 {
     g_stopRequested = 1;
+    g_signal = signal;
+    if (g_wake[1] >= 0) {
+        const char byte = 1;
+        [[maybe_unused]] const ssize_t n = ::write(g_wake[1], &byte, 1);
+    }
 }
+// Options that take a value, so their values are not taken for arguments.
+const QStringList kValueOptions{QStringLiteral("port"), QStringLiteral("type"), QStringLiteral("baud")};
 } // namespace
 
 void installStopHandlers()
 {
-    std::signal(SIGINT, requestStop);
-    std::signal(SIGTERM, requestStop);
+    if (g_wake[0] < 0 && ::pipe2(g_wake, O_CLOEXEC | O_NONBLOCK) != 0)
+        g_wake[0] = g_wake[1] = -1;
+    StopSignals::instance();
+    struct sigaction action {};
+    action.sa_handler = requestStop;
+    sigemptyset(&action.sa_mask);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 }
 
 bool stopRequested()
@@ -28,16 +50,56 @@ bool stopRequested()
     return g_stopRequested != 0;
 }
 
+int stopSignal()
+{
+    return g_signal;
+}
+
+StopSignals& StopSignals::instance()
+{
+    static StopSignals stopSignals;
+    return stopSignals;
+}
+
+StopSignals::StopSignals()
+{
+    if (g_wake[0] < 0)
+        return;
+    auto* notifier = new QSocketNotifier(g_wake[0], QSocketNotifier::Read, this);
+    connect(notifier, &QSocketNotifier::activated, this, [this] {
+        char bytes[16];
+        while (::read(g_wake[0], bytes, sizeof bytes) > 0) {
+        }
+        emit requested(g_signal);
+    });
+}
+
 bool pump(int ms)
 {
     QEventLoop loop;
     QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
+    if (g_stopRequested == 0)
+        loop.exec();
     return g_stopRequested == 0;
 }
 
+QString portFolder(const QString& port, const QStringList& ports)
+{
+    const QString name = QFileInfo(port).fileName();
+    int sharing = 0;
+    for (const QString& other : ports)
+        sharing += QFileInfo(other).fileName() == name ? 1 : 0;
+    if (sharing <= 1 && !name.isEmpty())
+        return name;
+    QString whole = QDir::cleanPath(port);
+    whole.replace(QLatin1Char('/'), QLatin1Char('_'));
+    while (whole.startsWith(QLatin1Char('_')))
+        whole.remove(0, 1);
+    return whole;
+}
+
 // One child process per board, each with its own link and event loop.
-int runOnEveryPort(const QStringList& ports)
+int runOnEveryPort(const QStringList& ports, int localArg, bool localIsFolder)
 {
     QStringList common = QCoreApplication::arguments().mid(1);
     for (int i = 0; i < common.size();) {
@@ -48,6 +110,24 @@ int runOnEveryPort(const QStringList& ports)
         else
             ++i;
     }
+    // Where the positional words stand: the command, then its arguments.
+    QList<int> positional;
+    for (int i = 0; i < common.size(); ++i) {
+        const QString word = common.at(i);
+        if (word == QLatin1String("--")) {
+            for (++i; i < common.size(); ++i)
+                positional << i;
+            break;
+        }
+        if (word.startsWith(QLatin1Char('-'))) {
+            QString name = word.mid(word.startsWith(QLatin1String("--")) ? 2 : 1);
+            if (!name.contains(QLatin1Char('=')) && kValueOptions.contains(name))
+                ++i;
+            continue;
+        }
+        positional << i;
+    }
+    const int localIndex = localArg >= 0 && localArg + 1 < positional.size() ? positional.at(localArg + 1) : -1;
     QTextStream out(stdout);
     QTextStream err(stderr);
     struct Board {
@@ -74,8 +154,18 @@ int runOnEveryPort(const QStringList& ports)
     for (Board& b : boards) {
         QObject::connect(b.process, &QProcess::readyReadStandardOutput, [&pass, &b] { pass(b, 0, false); });
         QObject::connect(b.process, &QProcess::readyReadStandardError, [&pass, &b] { pass(b, 1, false); });
-        b.process->start(QCoreApplication::applicationFilePath(),
-                         QStringList{QStringLiteral("--port"), b.port} + common);
+        QStringList args = common;
+        if (localIndex >= 0) {
+            // Every board writes into its own subfolder: never one path from several boards.
+            const QFileInfo local(args.at(localIndex));
+            const QString folder = portFolder(b.port, ports);
+            const QString mine = localIsFolder
+                                     ? QDir(local.filePath()).filePath(folder)
+                                     : QDir(local.path()).filePath(folder + QLatin1Char('/') + local.fileName());
+            QDir().mkpath(QFileInfo(mine).path());
+            args[localIndex] = mine;
+        }
+        b.process->start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--port"), b.port} + args);
     }
     const auto running = [&boards] {
         for (const Board& b : boards)
@@ -83,13 +173,20 @@ int runOnEveryPort(const QStringList& ports)
                 return true;
         return false;
     };
-    bool stopping = false;
+    // A stop is passed on as it came; a child that has not ended well after
+    // its own limit is killed, so the parent never hangs on it.
+    constexpr int kChildGraceMs = 5000;
+    QElapsedTimer stopping;
     while (running()) {
-        if (!pump(50) && !stopping) {
-            stopping = true;
+        if (!pump(50) && !stopping.isValid()) {
+            stopping.start();
             for (Board& b : boards)
-                b.process->terminate();
+                if (b.process->state() != QProcess::NotRunning)
+                    ::kill(static_cast<pid_t>(b.process->processId()), stopSignal());
         }
+        if (stopping.isValid() && stopping.elapsed() > kChildGraceMs)
+            for (Board& b : boards)
+                b.process->kill();
     }
     int failed = 0;
     for (Board& b : boards) {
@@ -102,5 +199,7 @@ int runOnEveryPort(const QStringList& ports)
             << '\n';
     }
     err << boards.size() - failed << " of " << boards.size() << " boards succeeded\n" << Qt::flush;
+    if (stopRequested())
+        return 128 + stopSignal();
     return failed == 0 ? 0 : 1;
 }

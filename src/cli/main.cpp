@@ -15,16 +15,27 @@
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QElapsedTimer>
 #include <QTextStream>
+#include <QTimer>
 
 #include <cstdio>
 #include <functional>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
 constexpr int kExitOk = 0;
 constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
+// The shell's convention for a command ended by a signal.
+constexpr int kExitSignalBase = 128;
+// How long a watch waits before it tries a failed upload again.
+constexpr int kWatchRetryMs = 2000;
+// After a stop signal: the running operation is cancelled at once, the board
+// interrupted a moment later, and the port closed before the 2 s a user waits.
+constexpr int kStopInterruptMs = 300;
+constexpr int kStopCloseMs = 1500;
 
 const char* const kCommands = R"(Commands:
   info                         print the board's uname record
@@ -53,8 +64,11 @@ const char* const kCommands = R"(Commands:
   watch LOCAL_DIR BOARD_DIR    sync once, then upload every file saved under
                                LOCAL_DIR as it is saved, printing each; waits
                                for a board that drops off and syncs again when
-                               it is back. Ends on SIGINT or SIGTERM after the
-                               file in flight. Option: --delete.
+                               it is back. A LOCAL_DIR that is missing, cannot
+                               be read or is empty is waited for, never
+                               mirrored; with --delete, deletions follow a fresh
+                               full comparison. A failed upload is tried again;
+                               files left unsynced make the exit status 1.
   backup BOARD_DIR LOCAL_DIR   copy a board folder tree to LOCAL_DIR, every file
                                checked; prints each file saved. LOCAL_DIR must be
                                empty or absent unless --force is given. Restore
@@ -62,9 +76,18 @@ const char* const kCommands = R"(Commands:
 
 --port may be given more than once: the command then runs on every board at
 once, each output line prefixed with the port and a tab, a summary on standard
-error.
+error. get and backup then write into a subfolder per board, named after its
+port (LOCAL_DIR/ttyUSB0/..., or beside LOCAL_PATH: ttyUSB0/NAME).
 
-Exit status: 0 success, 1 the operation failed (on any board), 2 usage error.)";
+Links under LOCAL_DIR: a link to a file inside LOCAL_DIR is taken as that
+file; links to folders, links out of LOCAL_DIR and dangling links are skipped
+with one line each and never cause a deletion.
+
+SIGINT or SIGTERM end any command within 2 s: the board is interrupted and
+left at its prompt, a partly downloaded file is removed.
+
+Exit status: 0 success, 1 the operation failed (on any board), 2 usage error,
+130 or 143 ended by SIGINT or SIGTERM.)";
 
 
 QString plain(QString html)
@@ -130,7 +153,19 @@ int cmdLs(Context& c)
 
 int cmdGet(Context& c)
 {
-    return c.files.download(c.args.value(0), c.args.value(1)) && c.files.lastDownloadOk() ? kExitOk : kExitFailed;
+    // Written beside the target and put in place once checked: an interrupted
+    // download leaves no half file and the old one whole.
+    const QString local = c.args.value(1);
+    const QString part = local + BoardBackup::kPartSuffix;
+    const bool ok = c.files.download(c.args.value(0), part) && c.files.lastDownloadOk() && !stopRequested();
+    if (ok) {
+        QFile::remove(local);
+        if (QFile::rename(part, local))
+            return kExitOk;
+        c.err << "Cannot write to " << local << '\n';
+    }
+    QFile::remove(part);
+    return kExitFailed;
 }
 
 int cmdPut(Context& c)
@@ -218,7 +253,20 @@ Synchronizer::Options syncOptions(const Context& c, const QString& source)
     options.deleteExtra = c.option("delete");
     options.recursive = !c.option("no-recursive");
     options.ignore = IgnoreRules::forFolder(source);
+    for (const QString& problem : options.ignore.problems())
+        c.err << problem << '\n' << Qt::flush;
     return options;
+}
+
+// The files a sync of source takes, with one line for each link left out.
+QStringList syncFiles(Context& c, const QString& source, const Synchronizer::Options& options)
+{
+    QStringList skipped;
+    const QStringList files =
+        options.ignore.filtered(Synchronizer::collectSyncFiles(source, QString(), options.recursive, &skipped));
+    for (const QString& line : qAsConst(skipped))
+        c.err << plain(line) << '\n' << Qt::flush;
+    return files;
 }
 
 void printSyncResults(Context& c, Synchronizer& sync, bool dryRun)
@@ -251,8 +299,7 @@ int cmdSync(Context& c)
     const Synchronizer::Options options = syncOptions(c, source);
     Synchronizer sync(c.files);
     printSyncResults(c, sync, options.dryRun);
-    const QStringList files =
-        options.ignore.filtered(Synchronizer::collectSyncFiles(source, QString(), options.recursive));
+    const QStringList files = syncFiles(c, source, options);
     const QString destination = boardDirectory(c.args.value(1));
     if (namesRefused(c, files, destination))
         return kExitFailed;
@@ -271,36 +318,85 @@ bool reconnect(Context& c)
     return true;
 }
 
+// The identity of a folder: a folder replaced under the same name is another one.
+QPair<quint64, quint64> folderIdentity(const QString& path)
+{
+    struct stat info {};
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return {0, 0};
+    return {static_cast<quint64>(info.st_dev), static_cast<quint64>(info.st_ino)};
+}
+
 int cmdWatch(Context& c)
 {
     const QString source = QDir(c.args.value(0)).absolutePath();
     const QString destination = boardDirectory(c.args.value(1));
     Synchronizer::Options options = syncOptions(c, source);
+    options.recursive = true;
     Synchronizer sync(c.files);
     printSyncResults(c, sync, false);
-    // A stop ends a running sync after the file in flight.
-    QObject::connect(&sync, &Synchronizer::fileUploaded, [&c] {
-        if (stopRequested())
-            c.files.cancel();
-    });
+    QStringList unsynced; // files whose upload failed, tried again
+    // Everything, deletions included, from a fresh scan of both sides.
     const auto syncAll = [&] {
-        const QStringList files = options.ignore.filtered(Synchronizer::collectSyncFiles(source, QString(), true));
-        return !namesRefused(c, files, destination) && sync.synchronize(source, destination, files, options);
+        options.ignore = IgnoreRules::forFolder(source);
+        const QStringList files = syncFiles(c, source, options);
+        if (namesRefused(c, files, destination))
+            return false;
+        const bool ok = sync.synchronize(source, destination, files, options);
+        unsynced = ok ? QStringList() : files;
+        return ok;
     };
-    if (!syncAll() && c.link.isOpen())
-        return stopRequested() ? kExitOk : kExitFailed;
-
-    FolderWatcher watcher(source);
+    const auto syncSome = [&](const QStringList& saved) {
+        options.ignore = IgnoreRules::forFolder(source);
+        QStringList files = options.ignore.filtered(saved);
+        for (const QString& f : qAsConst(unsynced))
+            if (!files.contains(f))
+                files << f;
+        Synchronizer::Options once = options;
+        once.deleteExtra = false;
+        if (namesRefused(c, files, destination))
+            return;
+        unsynced = sync.synchronize(source, destination, files, once) ? QStringList() : files;
+    };
+    QScopedPointer<FolderWatcher> watcher;
     QStringList saved;
     bool removed = false;
-    QObject::connect(&watcher, &FolderWatcher::changed, [&](const QStringList& s, const QStringList& r) {
-        for (const QString& f : s)
-            if (!saved.contains(f))
-                saved << f;
-        removed = removed || !r.isEmpty();
-    });
+    QPair<quint64, quint64> identity;
+    const auto watch = [&] {
+        watcher.reset(new FolderWatcher(source));
+        identity = folderIdentity(source);
+        QObject::connect(watcher.data(), &FolderWatcher::changed, [&](const QStringList& s, const QStringList& r) {
+            for (const QString& f : s)
+                if (!saved.contains(f))
+                    saved << f;
+            removed = removed || !r.isEmpty();
+        });
+        saved.clear();
+        removed = false;
+    };
+    // A folder that is missing, unreadable or empty (a branch switch, an
+    // archive unpacked over it) is waited for, never mirrored.
+    bool paused = false;
+    const auto sourceReady = [&] {
+        const QString problem = Synchronizer::sourceProblem(source);
+        if (problem.isEmpty())
+            return true;
+        if (!paused)
+            c.err << "Waiting for " << source << " (" << problem << ")\n" << Qt::flush;
+        paused = true;
+        watcher.reset();
+        return false;
+    };
+
+    bool synced = sourceReady() && syncAll();
+    if (!synced && c.link.isOpen() && !paused && !stopRequested())
+        return kExitFailed;
+    if (!paused)
+        watch();
     c.err << "Watching " << source << " (Ctrl+C ends)\n" << Qt::flush;
     bool waiting = false;
+    QElapsedTimer retry;
+    retry.start();
     while (pump(100)) {
         if (!c.link.isOpen()) {
             if (!waiting)
@@ -310,24 +406,45 @@ int cmdWatch(Context& c)
                 continue;
             waiting = false;
             c.err << "The board is back\n" << Qt::flush;
+            if (sourceReady())
+                syncAll();
+            continue;
+        }
+        if (!sourceReady())
+            continue;
+        if (paused || !watcher || folderIdentity(source) != identity) {
+            // Back, or replaced under the same name: settle, then a fresh full sync.
+            if (!pump(FolderWatcher::kQuietMs * 2) || !sourceReady())
+                continue;
+            if (paused)
+                c.err << source << " is back\n" << Qt::flush;
+            paused = false;
+            watch();
+            syncAll();
+            continue;
+        }
+        if (removed && options.deleteExtra) {
             saved.clear();
             removed = false;
             syncAll();
             continue;
         }
-        if (saved.isEmpty() && !removed)
-            continue;
-        // The ignore file itself may have changed.
-        options.ignore = IgnoreRules::forFolder(source);
-        const QStringList files = options.ignore.filtered(saved);
-        Synchronizer::Options once = options;
-        once.deleteExtra = options.deleteExtra && removed;
-        saved.clear();
         removed = false;
-        if (!namesRefused(c, files, destination))
-            sync.synchronize(source, destination, files, once);
+        const bool retryDue = !unsynced.isEmpty() && retry.elapsed() > kWatchRetryMs;
+        if (saved.isEmpty() && !retryDue)
+            continue;
+        if (retryDue)
+            c.err << "Trying again: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
+        const QStringList files = saved;
+        saved.clear();
+        syncSome(files);
+        retry.restart();
+        if (!unsynced.isEmpty())
+            c.err << "Not synced yet: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
     }
-    return kExitOk;
+    if (!unsynced.isEmpty())
+        c.err << "Left unsynced: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
+    return unsynced.isEmpty() ? kExitOk : kExitFailed;
 }
 
 int cmdBackup(Context& c)
@@ -354,6 +471,8 @@ int cmdBackup(Context& c)
 struct Command {
     int arity;
     std::function<int(Context&)> run;
+    int localArg = -1; // the argument that names a local path written to
+    bool localIsFolder = false;
 };
 
 const QHash<QString, Command>& commands()
@@ -361,7 +480,7 @@ const QHash<QString, Command>& commands()
     static const QHash<QString, Command> table{
         {QStringLiteral("info"), {0, cmdInfo}},
         {QStringLiteral("ls"), {1, cmdLs}},
-        {QStringLiteral("get"), {2, cmdGet}},
+        {QStringLiteral("get"), {2, cmdGet, 1, false}},
         {QStringLiteral("put"), {2, cmdPut}},
         {QStringLiteral("rm"), {1, [](Context& c) { return cmdRemove(c, false); }}},
         {QStringLiteral("rmdir"), {1, [](Context& c) { return cmdRemove(c, true); }}},
@@ -371,7 +490,7 @@ const QHash<QString, Command>& commands()
         {QStringLiteral("install"), {1, cmdInstall}},
         {QStringLiteral("sync"), {2, cmdSync}},
         {QStringLiteral("watch"), {2, cmdWatch}},
-        {QStringLiteral("backup"), {2, cmdBackup}},
+        {QStringLiteral("backup"), {2, cmdBackup, 1, true}},
     };
     return table;
 }
@@ -458,7 +577,7 @@ int main(int argc, char* argv[])
     installStopHandlers();
     const QStringList ports = parser.values(QStringLiteral("port"));
     if (ports.size() > 1)
-        return runOnEveryPort(ports);
+        return runOnEveryPort(ports, entry.localArg, entry.localIsFolder);
 
     QTextStream out(stdout);
     QTextStream err(stderr);
@@ -490,17 +609,32 @@ int main(int argc, char* argv[])
     settings.baud = baud;
     settings.type = type == QLatin1String("esp32") ? MC_ESP32 : MC_STM32;
     link.setPortSettings(settings);
+    // A stop cancels what runs, then interrupts the board (a script printing
+    // forever), then gives up on it: the command always ends.
+    QObject::connect(&StopSignals::instance(), &StopSignals::requested, &files, [&] {
+        files.cancel();
+        QTimer::singleShot(kStopInterruptMs, &link, [&link] {
+            if (link.isOpen())
+                link.write(QByteArray(1, '\x03'));
+        });
+        QTimer::singleShot(kStopCloseMs, &link, [&link] { link.connectionClosed(); });
+    });
+    const auto stopped = [] { return kExitSignalBase + stopSignal(); };
     if (!link.doConnect())
-        return kExitFailed;
+        return stopRequested() ? stopped() : kExitFailed;
     // Stop the board's program as the window does on connect.
     if (link.mc_stop(true) != MC_STOPPED) {
         err << "MC is not responding\n";
-        return kExitFailed;
+        return stopRequested() ? stopped() : kExitFailed;
     }
     QCoreApplication::processEvents();
 
-    const int status = entry.run(context);
+    int status = stopRequested() ? kExitFailed : entry.run(context);
     out.flush();
+    if (stopRequested()) {
+        err << "Stopped\n" << Qt::flush;
+        status = status == kExitOk || status == kExitFailed ? stopped() : status;
+    }
     link.connectionClosed();
     return status;
 }

@@ -3,6 +3,7 @@
 #include "mcdirmodel.h"
 #include "replbytes.h"
 
+#include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
 #include <QJsonDocument>
@@ -673,6 +674,29 @@ bool BoardFiles::mc_rename(const QString& from, const QString& to)
     }
     log(tr("%1 renamed to %2").arg(from, to));
     return true;
+}
+
+QStringList BoardFiles::mc_mounts()
+{
+    const BoardBusy scope(*this);
+    if (!m_link.to_repl())
+        return {};
+    // vfs.mount() lists the mounts on MicroPython 1.23 and later; before that a
+    // root that is not a file system itself (statvfs all zeros) holds only mounts.
+    const QByteArray command =
+        "exec(\"import os\\ntry:\\n import vfs;m=[p for _,p in vfs.mount()]\\nexcept Exception:\\n try:m=['/'+x "
+        "for x in os.listdir('/')] if not os.statvfs('/')[2] else []\\n except Exception:m=[]\\nprint('mounts',m)\")";
+    QStringList mounts;
+    if (m_link.replCommand(command, kListTimeoutMs)) {
+        while (m_link.hasReply()) {
+            const QString line = QString::fromUtf8(m_link.takeReply().trimmed());
+            if (line.startsWith(QLatin1String("mounts ")))
+                for (const QString& path : upy_parselist(line))
+                    mounts << QDir::cleanPath(path);
+        }
+    }
+    m_link.processQueue();
+    return mounts;
 }
 
 // ---- Listing ----

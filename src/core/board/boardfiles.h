@@ -85,6 +85,8 @@ public:
     bool mc_rename(const QString& from, const QString& to);
 
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
+    // Where the board mounts its file systems ("/flash", "/sd"); may be empty.
+    QStringList mc_mounts();
     // After each listing, also ask the board how full it is (spaceReported).
     void setReportSpace(bool on) { m_reportSpace = on; }
     void updateMcDir(QString path);

@@ -1,6 +1,7 @@
 #include "ignorerules.h"
 
 #include <QFile>
+#include <QObject>
 
 const QString IgnoreRules::kFileName = QStringLiteral(".pelkamignore");
 
@@ -34,11 +35,13 @@ QString globToRegex(const QString& glob)
                 continue;
             }
             QString set = glob.mid(i + 1, close - i - 1);
-            if (set.startsWith(QLatin1Char('!')))
-                set[0] = QLatin1Char('^');
+            const bool negated = set.startsWith(QLatin1Char('!')) || set.startsWith(QLatin1Char('^'));
+            if (negated)
+                set.remove(0, 1);
             set.replace(QLatin1Char('\\'), QStringLiteral("\\\\"));
             set.replace(QLatin1Char('['), QStringLiteral("\\["));
-            rx += QLatin1Char('[') + set + QLatin1Char(']');
+            // Only "**" crosses a "/": a class never matches it.
+            rx += (negated ? QStringLiteral("[^/") : QStringLiteral("(?!/)[")) + set + QLatin1Char(']');
             i = close;
         } else if (c == QLatin1Char('\\') && i + 1 < n) {
             rx += QRegularExpression::escape(glob.at(++i));
@@ -52,7 +55,11 @@ QString globToRegex(const QString& glob)
 
 IgnoreRules::IgnoreRules(const QString& text)
 {
-    for (QString line : text.split(QLatin1Char('\n'))) {
+    int number = 0;
+    // An editor's byte-order mark is not part of the first rule.
+    const QString body = text.startsWith(QChar(0xFEFF)) ? text.mid(1) : text;
+    for (QString line : body.split(QLatin1Char('\n'))) {
+        ++number;
         if (line.endsWith(QLatin1Char('\r')))
             line.chop(1);
         // Trailing blanks go unless escaped.
@@ -78,10 +85,12 @@ IgnoreRules::IgnoreRules(const QString& text)
         const bool anchored = line.contains(QLatin1Char('/'));
         if (line.startsWith(QLatin1Char('/')))
             line.remove(0, 1);
-        const QString body = (anchored ? QString() : QStringLiteral("(?:.*/)?")) + globToRegex(line);
-        rule.pattern.setPattern(QStringLiteral("\\A") + body + QStringLiteral("\\z"));
+        const QString pattern = (anchored ? QString() : QStringLiteral("(?:.*/)?")) + globToRegex(line);
+        rule.pattern.setPattern(QStringLiteral("\\A") + pattern + QStringLiteral("\\z"));
         if (rule.pattern.isValid())
             m_rules << rule;
+        else
+            m_problems << QObject::tr("%1, line %2: \"%3\" is not a valid pattern").arg(kFileName).arg(number).arg(line);
     }
 }
 

@@ -16,7 +16,9 @@ public:
     // The rules of root/.pelkamignore; none when the file is absent.
     static IgnoreRules forFolder(const QString& root);
 
-    bool isEmpty() const { return m_rules.isEmpty(); }
+    bool isEmpty() const { return m_rules.isEmpty() && m_problems.isEmpty(); }
+    // One line for each rule that could not be read, with its line number.
+    QStringList problems() const { return m_problems; }
     // path is relative to the root, "/"-separated. A path inside an ignored
     // folder is ignored whatever later rules say, as in git.
     bool ignored(const QString& path, bool isDir) const;
@@ -31,4 +33,5 @@ private:
     bool matchesOwn(const QString& path, bool isDir) const;
 
     QList<Rule> m_rules;
+    QStringList m_problems;
 };

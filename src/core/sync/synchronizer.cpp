@@ -31,19 +31,57 @@ QByteArray digestOf(QFile& file, QCryptographicHash::Algorithm algorithm)
 
 Synchronizer::Synchronizer(BoardFiles& files, QObject* parent) : QObject(parent), m_files(files) {}
 
-QStringList Synchronizer::collectSyncFiles(const QString& root, const QString& sub, bool recursive)
+QStringList Synchronizer::collectSyncFiles(const QString& root, const QString& sub, bool recursive,
+                                           QStringList* skipped)
 {
     const QDir dir(root + QLatin1Char('/') + sub);
     const auto relative = [&sub](const QString& name) { return sub.isEmpty() ? name : sub + QLatin1Char('/') + name; };
+    const auto skip = [skipped](const QString& line) {
+        if (skipped)
+            *skipped << line;
+    };
     QStringList files;
     if (recursive) {
-        const QStringList folders = dir.entryList({QStringLiteral("*")}, QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
-        for (const QString& folder : folders)
-            files += collectSyncFiles(root, relative(folder), recursive);
+        // Links to folders are never followed: "x -> ." would nest forever.
+        const QStringList folders =
+            dir.entryList({QStringLiteral("*")}, QDir::Dirs | QDir::NoDotAndDotDot, QDir::Name);
+        for (const QString& folder : folders) {
+            if (QFileInfo(dir.filePath(folder)).isSymLink())
+                skip(tr("Skipping %1 - a link to a folder is not followed").arg(relative(folder)));
+            else
+                files += collectSyncFiles(root, relative(folder), recursive, skipped);
+        }
     }
-    for (const QString& name : dir.entryList({QStringLiteral("*")}, QDir::Files, QDir::Name))
-        files << relative(name);
+    const QString inside = QFileInfo(root).canonicalFilePath() + QLatin1Char('/');
+    // System lists dangling links too; other special files (pipes, devices) stay out.
+    for (const QString& name : dir.entryList({QStringLiteral("*")}, QDir::Files | QDir::System, QDir::Name)) {
+        const QFileInfo info(dir.filePath(name));
+        if (!info.isSymLink()) {
+            if (info.isFile())
+                files << relative(name);
+            continue;
+        }
+        const QString target = info.canonicalFilePath();
+        if (target.isEmpty())
+            skip(tr("Skipping %1 - the link leads nowhere").arg(relative(name)));
+        else if (!target.startsWith(inside))
+            skip(tr("Skipping %1 - the link leads out of the folder").arg(relative(name)));
+        else if (QFileInfo(target).isFile())
+            files << relative(name);
+    }
     return files;
+}
+
+QString Synchronizer::sourceProblem(const QString& root)
+{
+    const QFileInfo info(root);
+    if (!info.isDir())
+        return tr("%1 is missing").arg(root);
+    if (!info.isReadable() || !info.isExecutable())
+        return tr("%1 cannot be read").arg(root);
+    if (QDir(root).entryList(QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot).isEmpty())
+        return tr("%1 is empty").arg(root);
+    return QString();
 }
 
 QString Synchronizer::abortText() const
@@ -175,8 +213,18 @@ Synchronizer::Plan Synchronizer::preview(const QString& source, const QString& d
 
 bool Synchronizer::pruneAll(const QString& source, const QString& destination, const Options& options)
 {
+    // Deletions are decided from a complete view of the PC side: a folder
+    // that vanished, cannot be read or is empty is no reason to empty the board.
+    QString problem = sourceProblem(source);
+    if (problem.isEmpty() && !options.ignore.problems().isEmpty())
+        problem = tr("%1 has lines that are not valid").arg(IgnoreRules::kFileName);
+    if (!problem.isEmpty()) {
+        log(tr("Nothing deleted: %1").arg(problem));
+        return false;
+    }
     // A destination a dry run would create holds nothing to delete.
     const bool exists = m_files.mc_direxists(destination);
+    m_mounts = exists ? m_files.mc_mounts() : QStringList();
     bool emptied = false;
     return m_files.link().isOpen() && (!exists || prune(source, destination, QString(), options, &emptied));
 }
@@ -185,11 +233,18 @@ bool Synchronizer::prune(const QString& source, const QString& destination, cons
                          const Options& options, bool* emptied)
 {
     const QString dir = destination + relative;
+    *emptied = true;
+    // What the PC holds here must be known for sure before anything goes.
+    const QFileInfo local(source + QLatin1Char('/') + relative);
+    if (!relative.isEmpty() && local.exists() && (local.isSymLink() || !local.isReadable() || !local.isExecutable())) {
+        log(tr("Skipping %1 - its PC folder cannot be read or is a link").arg(dir));
+        *emptied = false;
+        return true;
+    }
     const QJsonArray folders = m_files.mc_lsdir(dir, MC_LIST_DIRS);
     const QJsonArray plain = m_files.mc_lsdir(dir, MC_LIST_FILES);
     if (!m_files.link().isOpen())
         return false;
-    *emptied = true;
     const auto remove = [&](const QString& rel, bool isDir) {
         if (m_files.cancelRequested())
             return false;
@@ -200,7 +255,9 @@ bool Synchronizer::prune(const QString& source, const QString& destination, cons
     };
     for (const QJsonValue& value : plain) {
         const QString rel = relative + value.toObject().value(QStringLiteral("n")).toString();
-        if (options.ignore.ignored(rel, false) || QFileInfo(source + QLatin1Char('/') + rel).isFile()) {
+        const QFileInfo onPc(source + QLatin1Char('/') + rel);
+        // A link of any kind on the PC keeps its board namesake.
+        if (options.ignore.ignored(rel, false) || onPc.isFile() || onPc.isSymLink()) {
             *emptied = false;
             continue;
         }
@@ -209,16 +266,18 @@ bool Synchronizer::prune(const QString& source, const QString& destination, cons
     }
     for (const QJsonValue& value : folders) {
         const QString rel = relative + value.toObject().value(QStringLiteral("n")).toString();
-        const bool onPc = QFileInfo(source + QLatin1Char('/') + rel).isDir();
-        // Without recursion only the folder's own files are compared.
-        if (!options.recursive || options.ignore.ignored(rel, true)) {
+        const QFileInfo onPc(source + QLatin1Char('/') + rel);
+        // Without recursion only the folder's own files are compared; another
+        // file system mounted below the target is never entered.
+        if (!options.recursive || options.ignore.ignored(rel, true) || onPc.isSymLink() ||
+            m_mounts.contains(QDir::cleanPath(destination + rel))) {
             *emptied = false;
             continue;
         }
         bool inner = false;
         if (!prune(source, destination, rel + QLatin1Char('/'), options, &inner))
             return false;
-        if (onPc || !inner) {
+        if (onPc.isDir() || !inner) {
             *emptied = false;
             continue;
         }

@@ -32,8 +32,14 @@ public:
 
     // Files under root/sub relative to root, "/"-separated: at every level
     // the sub-folders' contents (depth first, by name) come before the
-    // level's own files; hidden files are left out.
-    static QStringList collectSyncFiles(const QString& root, const QString& sub, bool recursive);
+    // level's own files; hidden files are left out. Links are never
+    // followed: a link to a file inside root counts as that file, any other
+    // link is left out with one line in *skipped.
+    static QStringList collectSyncFiles(const QString& root, const QString& sub, bool recursive,
+                                        QStringList* skipped = nullptr);
+    // Why a PC folder cannot be trusted to say what the board may lose (it
+    // is missing, unreadable or empty); empty when it can.
+    static QString sourceProblem(const QString& root);
 
     // The window's synchronisation: into the listed board directory.
     bool sync_core(const QString& source, const QStringList& files, bool missing);
@@ -60,4 +66,5 @@ private:
     bool prune(const QString& source, const QString& destination, const QString& relative, const Options& options,
                bool* emptied);
     BoardFiles& m_files;
+    QStringList m_mounts; // the board's mount points, for one mirror
 };
