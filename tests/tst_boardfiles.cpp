@@ -7,6 +7,8 @@
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include "sync/synchronizer.h"
+
 class TestBoardFiles : public QObject {
     Q_OBJECT
 private:
@@ -42,6 +44,10 @@ private slots:
     void wireBytes();
     void fastTransfers();
     void fastReplaceIsAtomic();
+    void uartFlashAndFat();
+    void fullFlash();
+    void boardsThatChange();
+    void slowDigests();
 };
 
 void TestBoardFiles::pureFunctions()
@@ -415,6 +421,129 @@ void TestBoardFiles::fastReplaceIsAtomic()
     QVERIFY(back.files.upload(writeLocal(QStringLiteral("o.py"), "other"), "/app/other.py"));
     QVERIFY(!QFileInfo::exists(back.board.dump() + QStringLiteral("/app/keep.py.pelkam-tmp")));
     QCOMPARE(readFile(back.board.dump() + QStringLiteral("/app/keep.py")), old);
+}
+
+namespace {
+QStringList names(const QJsonArray& listing)
+{
+    QStringList out;
+    for (const QJsonValue& v : listing)
+        out << v.toObject().value(QStringLiteral("n")).toString();
+    return out;
+}
+QByteArray pythonSource(int size)
+{
+    QByteArray source;
+    for (int i = 0; source.size() < size; ++i)
+        source += QStringLiteral("def g%1(y):\n    return y + %2\n").arg(i).arg(i % 5).toLatin1();
+    return source;
+}
+} // namespace
+
+void TestBoardFiles::uartFlashAndFat()
+{
+    // A UART console that drops what comes while the flash is busy, FAT's
+    // rename that unlinks the target first, and a reset between the two.
+    const QByteArray old = randomBytes(3000, 31);
+    const QByteArray fresh = randomBytes(6000, 32);
+    BoardSession s(QStringLiteral("esp32"),
+                   {"--polite", "--baud", "115200", "--uart-ring", "260", "--flash-ms", "40", "--fs", "fat",
+                    "--crash-in-rename"},
+                   {{"app/main.py", old}, {"app/mine.pelkam-tmp", "a user's file"}});
+    QVERIFY(s.open());
+    // Fast transfers off: our suffix means nothing, the user's file is listed.
+    QVERIFY(names(s.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)).contains("mine.pelkam-tmp"));
+    s.files.setFastTransfers(true);
+    QVERIFY(!s.files.upload(writeLocal(QStringLiteral("n.bin"), fresh), QStringLiteral("/app/main.py")));
+    // The next look at the folder puts the verified copy in place.
+    QVERIFY(waitFor([&] { return s.link.state() != MC_RAW; }, 5000));
+    QCOMPARE(names(s.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)), QStringList{"main.py"});
+    QVERIFY(s.logged(QStringLiteral("/app/main.py restored from its verified copy")));
+    QCOMPARE(readFile(s.board.dump() + QStringLiteral("/app/main.py")), fresh);
+    // The same board takes replaces from now on, and never in a busy moment.
+    for (int i = 0; i < 2; ++i) {
+        const QByteArray next = randomBytes(4000 + i * 1500, 33 + i);
+        QVERIFY2(s.files.upload(writeLocal(QStringLiteral("n.bin"), next), QStringLiteral("/app/main.py")),
+                 qPrintable(s.log.join('\n')));
+        QCOMPARE(readFile(s.board.dump() + QStringLiteral("/app/main.py")), next);
+    }
+    QVERIFY2(!s.board.log().contains(QStringLiteral("bytes lost")), qPrintable(s.board.log()));
+    // Our leftovers never stop a folder's removal.
+    QVERIFY(s.files.remove(QStringLiteral("/app/main.py"), false));
+    QVERIFY(s.files.remove(QStringLiteral("/app"), true));
+}
+
+void TestBoardFiles::fullFlash()
+{
+    // Room for one copy of big.bin, not two: the replace is written in place,
+    // and one line says so.
+    BoardSession s(QStringLiteral("esp32"), {"--flash-size", "20480"}, {{"big.bin", randomBytes(10000, 41)}});
+    s.files.setFastTransfers(true);
+    QVERIFY(s.open());
+    const QByteArray next = randomBytes(10000, 42);
+    QVERIFY2(s.files.upload(writeLocal(QStringLiteral("b.bin"), next), QStringLiteral("/big.bin")),
+             qPrintable(s.log.join('\n')));
+    QCOMPARE(s.count(QStringLiteral("it was written in place")), 1);
+    QCOMPARE(readFile(s.board.dump() + QStringLiteral("/big.bin")), next);
+    // A file that does not fit at all: one clear line in both modes, and a
+    // board that goes on answering.
+    for (const bool fast : {true, false}) {
+        s.files.setFastTransfers(fast);
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("h.bin"), randomBytes(30000, 43)), QStringLiteral("/h.bin")));
+        QCOMPARE(s.count(QStringLiteral("Not enough room on the board")), fast ? 1 : 2);
+        QVERIFY(!s.logged(QStringLiteral("Invalid reply")));
+        QVERIFY(names(s.files.mc_lsdir(QStringLiteral("/"), MC_LIST_FILES)).contains("big.bin"));
+    }
+    QCOMPARE(readFile(s.board.dump() + QStringLiteral("/big.bin")), next);
+}
+
+void TestBoardFiles::boardsThatChange()
+{
+    // An ESP32 behind a USB-serial bridge whose heap is too fragmented to inflate.
+    BoardSession s(QStringLiteral("esp32"), {"--bridge", "--inflate-oom"});
+    s.files.setFastTransfers(true);
+    QVERIFY(s.open());
+    const QByteArray source = pythonSource(9000);
+    const auto put = [&](const QString& target, const QByteArray& data) {
+        return s.files.upload(writeLocal(QStringLiteral("x.py"), data), target) &&
+               readFile(s.board.dump() + target) == data;
+    };
+    QVERIFY2(put(QStringLiteral("/a.py"), source), qPrintable(s.log.join('\n')));
+    QVERIFY(put(QStringLiteral("/b.py"), source + "#"));
+    QCOMPARE(s.count(QStringLiteral("no memory left to inflate")), 1);
+    // A hard reset behind the open port (EN button, watchdog): its banner is enough.
+    s.board.hardReset();
+    QVERIFY(waitFor([&] { return s.link.state() == MC_REPL; }, 5000));
+    QTest::qWait(1500); // the board boots
+    QVERIFY2(put(QStringLiteral("/c.py"), "c"), qPrintable(s.log.join('\n')));
+    // Scripts gone without a banner: the NameError makes them go again, once.
+    QVERIFY(s.files.execute_script(writeLocal(QStringLiteral("forget.py"), "del _fup\n")));
+    QVERIFY2(put(QStringLiteral("/d.py"), "d"), qPrintable(s.log.join('\n')));
+    QCOMPARE(s.count(QStringLiteral("no longer knows Pelkam's scripts")), 1);
+}
+
+void TestBoardFiles::slowDigests()
+{
+    // A slow flash: 30 digests at 0.4 s each outlast a fixed 10 s call.
+    QMap<QString, QByteArray> seed;
+    QTemporaryDir pc;
+    for (int i = 0; i < 30; ++i) {
+        const QString name = QStringLiteral("f%1.py").arg(i);
+        seed.insert(name, name.toLatin1());
+        writeFile(pc.filePath(name), name.toLatin1());
+    }
+    const QString slowHash = writeLocal(QStringLiteral("slowhash.py"),
+                                        readFile(QStringLiteral(":/data/hash.py")) +
+                                            "import time\n_h0=_hash\ndef _hash(f):\n time.sleep(0.4)\n return _h0(f)\n");
+    QSettings().setValue(QStringLiteral("Scripts/Hash"), slowHash);
+    BoardSession s(QStringLiteral("esp32"), {"--polite"}, seed);
+    s.files.setFastTransfers(true);
+    QVERIFY(s.open());
+    Synchronizer sync(s.files);
+    QObject::connect(&sync, &Synchronizer::logLine, [&s](const QString& line) { s.log << line; });
+    QVERIFY2(sync.synchronize(pc.path(), QStringLiteral("/"), Synchronizer::collectSyncFiles(pc.path(), {}, false), {}),
+             qPrintable(s.log.join('\n')));
+    QCOMPARE(s.count(QStringLiteral("files are identical")), 30);
 }
 
 QTEST_GUILESS_MAIN(TestBoardFiles)

@@ -120,3 +120,8 @@ void VirtualBoard::unplug()
 {
     ::kill(static_cast<pid_t>(m_process.processId()), SIGUSR2);
 }
+
+void VirtualBoard::hardReset()
+{
+    ::kill(static_cast<pid_t>(m_process.processId()), SIGWINCH);
+}

@@ -25,6 +25,8 @@ public:
     void stop();
     // The cable pulled and plugged back: the port is gone for the reset delay.
     void unplug();
+    // A hard reset that the port survives (EN button, watchdog, brown-out).
+    void hardReset();
 
     static QString sourceDir();
     static QStringList rudeArgs();

@@ -380,7 +380,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
         return false;
     }
     if (fast && m_lastReply.startsWith("#0") && m_lastReply.contains(kWrittenInPlace))
-        log(tr("Not enough room on the board for a second copy of %1: it was written in place").arg(target));
+        log(tr("No room on the board for a second copy of %1: it was written in place").arg(target));
     log(tr("Finished uploading to %1").arg(target));
     emit fileOpsEnableRequested(true);
     // The fast script's status arrives with the raw prompt that follows it.

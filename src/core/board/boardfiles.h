@@ -147,7 +147,7 @@ private:
     QByteArray fastCall(const QByteArray& call, int timeoutMs, bool* ok, const QString& script = QString());
     // True (and the board made ready for a fresh paste) when a reply says
     // the board forgot our scripts.
-    bool forgotScripts(const QByteArray& reply);
+    bool forgotScripts(QByteArray reply);
     // Interrupts the board, forgets its scripts and enters a fresh raw REPL.
     void resync();
     // Removes our leftover temporaries in a board folder and puts verified

@@ -16,6 +16,7 @@ constexpr int kFastCallTimeoutMs = 10000;
 // What one file (a digest, a folder made on FAT) may add to a call's time.
 constexpr int kPerFileMs = 2000;
 const QByteArray kNameError = QByteArrayLiteral("NameError");
+constexpr int kTracebackMs = 2000;
 // Files are deflated in independent blocks so the board needs little memory
 // to inflate them (a 4 kB window and one block).
 constexpr int kDeflateBlock = 4096;
@@ -110,8 +111,17 @@ QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
     return all.mid(kRawAccepted.size(), end - kRawAccepted.size());
 }
 
-bool BoardFiles::forgotScripts(const QByteArray& reply)
+bool BoardFiles::forgotScripts(QByteArray reply)
 {
+    // A traceback is cut at every ">" ("<stdin>", "<module>"): read it to its end.
+    QElapsedTimer timer;
+    timer.start();
+    while (reply.contains("Traceback") && reply.count(kCtrlD) < 2 && timer.elapsed() < kTracebackMs) {
+        if (!m_link.hasReply() && !m_link.awaitEod(kTracebackMs))
+            break;
+        while (m_link.hasReply())
+            reply += '>' + m_link.takeReply();
+    }
     if (!reply.contains(kNameError))
         return false;
     // Reset behind a port that stayed open (EN button, watchdog, brown-out).

@@ -22,6 +22,7 @@ const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
 const QByteArray kResetCause = QByteArrayLiteral("rst:0x");
 const QByteArray kBanner = QByteArrayLiteral("MicroPython v");
 constexpr int kBannerAfterCtrlBMs = 3000;
+constexpr int kBootTextMs = 3000;
 
 const QByteArray kLaunchCommand = QByteArrayLiteral("import machine; machine.reset()\r\n");
 const QByteArray kResetCommand = QByteArrayLiteral("import machine; machine.reset(1)\r\n");
@@ -171,9 +172,12 @@ void BoardLink::io_ready()
         const QByteArray data = m_port.readAll();
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
-        m_recent = (m_recent + data).right(kSoftReboot.size() + 64);
-        if (!data.isEmpty())
+        if (!data.isEmpty()) {
+            m_recent += data;
             findRestart();
+            // Enough of the end for a marker cut between two reads.
+            m_recent = m_recent.right(kSoftReboot.size() + 64);
+        }
     }
     switch (m_state) {
     case MC_UNKNOWN:
@@ -192,25 +196,31 @@ void BoardLink::io_ready()
 
 void BoardLink::findRestart()
 {
-    bool restarted = false;
+    const bool booting = m_restartClock.isValid() && m_restartClock.elapsed() < kBootTextMs;
+    bool soft = false;
     bool hard = false;
     for (const QByteArray& marker : {kSoftReboot, kResetCause, kBanner}) {
         const int at = m_recent.indexOf(marker);
         if (at < 0)
             continue;
         m_recent.remove(0, at + marker.size());
-        if (marker == kBanner && m_bannerClock.isValid() && m_bannerClock.elapsed() < kBannerAfterCtrlBMs) {
-            m_bannerClock.invalidate(); // the banner our own Ctrl-B asked for
-            continue;
+        if (marker == kBanner) {
+            if (m_bannerClock.isValid() && m_bannerClock.elapsed() < kBannerAfterCtrlBMs) {
+                m_bannerClock.invalidate(); // the banner our own Ctrl-B asked for
+                continue;
+            }
+            if (booting)
+                continue; // the rest of a boot already seen
         }
-        restarted = true;
-        hard = hard || marker != kSoftReboot;
+        (marker == kSoftReboot ? soft : hard) = true;
     }
-    if (!restarted)
+    if (!soft && !hard)
         return;
-    // A board reset behind a port that stayed open boots into the friendly REPL.
-    if (hard && m_state == MC_RAW)
+    // A board reset behind a port that stayed open boots into the friendly
+    // REPL (a soft reboot in the raw REPL stays there).
+    if (hard && !soft && !booting && m_state == MC_RAW)
         setState(MC_REPL);
+    m_restartClock.start();
     emit interpreterRestarted();
 }
 

@@ -135,6 +135,7 @@ private:
     quint64 m_bytesReceived = 0;
     QByteArray m_recent; // the last bytes received, for a banner cut between reads
     QElapsedTimer m_bannerClock; // since the last Ctrl-B we sent
+    QElapsedTimer m_restartClock; // since the board last showed a hard reset
 
     PortSettings m_settings;
     QString m_lastPortName;
