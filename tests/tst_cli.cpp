@@ -4,6 +4,8 @@
 #include <QCryptographicHash>
 #include <QDirIterator>
 #include <QProcess>
+#include <QElapsedTimer>
+#include <QSet>
 #include <QtTest>
 
 #include <csignal>
@@ -95,6 +97,10 @@ private slots:
     void backupAndRestore_data();
     void backupAndRestore();
     void backupFaults();
+    void stopSignals();
+    void watchNeverLoses();
+    void linksAndMounts();
+    void severalBoardsWriteApart();
 };
 
 namespace {
@@ -232,7 +238,7 @@ void TestCli::watch()
     ::kill(static_cast<pid_t>(p.processId()), SIGTERM);
     QVERIFY(p.waitForFinished(20000));
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(p.exitCode(), 0);
+    QCOMPARE(p.exitCode(), 143);
     QCOMPARE(files(board.dump() + "/app"), (QMap<QString, QByteArray>{{"main.py", "v2"}, {"lib/new.py", "new"}}));
 }
 
@@ -323,6 +329,171 @@ void TestCli::backupFaults()
             QCOMPARE(it.value(), seed.value(it.key()));
         }
     }
+}
+
+namespace {
+// A pelkam-cli run in the background, its output collected as it comes.
+struct Background {
+    QProcess p;
+    QByteArray out, err;
+    explicit Background(const QStringList& args)
+    {
+        QObject::connect(&p, &QProcess::readyReadStandardOutput, [this] { out += p.readAllStandardOutput(); });
+        QObject::connect(&p, &QProcess::readyReadStandardError, [this] { err += p.readAllStandardError(); });
+        p.start(QString::fromLocal8Bit(qgetenv("PELKAM_CLI")), args);
+    }
+    // Sends sig and returns how long the command took to end, in ms (-1: it did not).
+    qint64 stop(int sig, int limitMs = 5000)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        ::kill(static_cast<pid_t>(p.processId()), sig);
+        if (!waitFor([this] { return p.state() == QProcess::NotRunning; }, limitMs))
+            return -1;
+        return timer.elapsed();
+    }
+};
+} // namespace
+
+void TestCli::stopSignals()
+{
+    VirtualBoard board(QStringLiteral("esp32"), {}, {{"big.bin", QByteArray(60000, 'b')}});
+    QVERIFY(board.isRunning());
+    const QStringList port{"--port", board.path(), "--type", "esp32"};
+    // A script that prints forever: SIGINT ends it and leaves a board that answers.
+    const QString loop = writeFile(m_dir.filePath("loop.py"), "import time\nwhile 1:\n print('tick')\n time.sleep(0.02)\n");
+    {
+        Background exec(port + QStringList{"exec", loop});
+        QVERIFY2(waitFor([&] { return exec.out.count("tick") > 5; }, 30000), exec.err.constData());
+        const qint64 took = exec.stop(SIGINT);
+        QVERIFY2(took >= 0 && took < 2000, qPrintable(QString::number(took)));
+        QCOMPARE(exec.p.exitCode(), 130);
+    }
+    QCOMPARE(cli(port + QStringList{"info"}).code, 0);
+    // A download stopped midway: no half file, the old one whole.
+    const QString local = writeFile(m_dir.filePath("kept.bin"), "old");
+    {
+        Background get(port + QStringList{"get", "/big.bin", local});
+        QVERIFY(waitFor([&] { return get.err.contains("Downloading"); }, 30000));
+        QTest::qWait(300);
+        const qint64 took = get.stop(SIGTERM);
+        QVERIFY(took >= 0 && took < 2000);
+        QCOMPARE(get.p.exitCode(), 143);
+    }
+    QCOMPARE(readFile(local), QByteArray("old"));
+    QVERIFY(!QFileInfo::exists(local + ".pelkam-part"));
+    // Several boards: the parent passes the signal on and waits for its children.
+    VirtualBoard other(QStringLiteral("esp32"));
+    Background both({"--port", board.path(), "--port", other.path(), "--type", "esp32", "exec", loop});
+    QVERIFY(waitFor([&] { return both.out.count("tick") > 10; }, 30000));
+    const qint64 took = both.stop(SIGTERM);
+    QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
+    QCOMPARE(both.p.exitCode(), 143);
+    QVERIFY2(both.err.contains("failed (exit 143)"), both.err.constData());
+    QCOMPARE(cli(port + QStringList{"info"}).code, 0);
+}
+
+void TestCli::watchNeverLoses()
+{
+    VirtualBoard board(QStringLiteral("esp32"), {"--flash-size", "60000"},
+                       {{"app/a.py", "a"}, {"app/b.py", "b"}, {"app/c.py", "c"}});
+    QVERIFY(board.isRunning());
+    QTemporaryDir top;
+    const QString p = top.filePath("p");
+    for (const char* name : {"a.py", "b.py", "c.py"})
+        writeFile(p + '/' + name, QByteArray(name).left(1));
+    Background watch({"--port", board.path(), "--type", "esp32", "watch", p, "/app", "--delete"});
+    QVERIFY2(waitFor([&] { return watch.err.contains("Watching"); }, 60000), watch.err.constData());
+    const auto boardFiles = [&] { return files(board.dump() + "/app"); };
+    // The folder replaced by one with a new file (a branch switch): the board
+    // mirrors the new folder, never an empty one.
+    QVERIFY(QDir(p).removeRecursively());
+    writeFile(p + "/n.py", "n");
+    QVERIFY2(waitFor([&] { return watch.out.contains("n.py\n"); }, 30000), watch.err.constData());
+    QVERIFY(waitFor([&] { return boardFiles() == QMap<QString, QByteArray>{{"n.py", "n"}}; }, 10000));
+    // Gone, then back empty: waited for, nothing deleted.
+    QVERIFY(QDir(p).removeRecursively());
+    QVERIFY(waitFor([&] { return watch.err.contains("Waiting for " + p.toUtf8()); }, 10000));
+    QVERIFY(QDir().mkpath(p));
+    QTest::qWait(1500);
+    QCOMPARE(boardFiles(), (QMap<QString, QByteArray>{{"n.py", "n"}}));
+    // A file the board has no room for is tried again and reported at the end.
+    writeFile(p + "/big.bin", QByteArray(80000, 'x'));
+    QVERIFY2(waitFor([&] { return watch.err.contains("Trying again: big.bin"); }, 30000), watch.err.constData());
+    QVERIFY(watch.stop(SIGTERM, 20000) >= 0);
+    QVERIFY(watch.p.exitCode() != 0);
+    QVERIFY(watch.err.contains("Left unsynced: big.bin"));
+    QCOMPARE(boardFiles().value("n.py"), QByteArray("n"));
+}
+
+void TestCli::linksAndMounts()
+{
+    VirtualBoard board(QStringLiteral("stm32"), {},
+                       {{"main.py", "m"}, {"other.py", "o"}, {"app/x/a.py", "old"}, {"app/out", "o"}});
+    QVERIFY(board.isRunning());
+    const QStringList port{"--port", board.path()};
+    QTemporaryDir project;
+    writeFile(project.filePath("a.py"), "a");
+    QVERIFY(QFile::link(".", project.filePath("x")));
+    QVERIFY(QFile::link("/etc/hostname", project.filePath("out")));
+    QVERIFY(QFile::link("nowhere", project.filePath("dang")));
+    QVERIFY(QFile::link("a.py", project.filePath("alias.py")));
+    Run r = cli(port + QStringList{"sync", project.path(), "/flash/app", "--delete"});
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(r.out, QByteArray("a.py\nalias.py\n"));
+    for (const char* line : {"Skipping x - a link to a folder is not followed", "Skipping dang - the link leads nowhere",
+                             "Skipping out - the link leads out of the folder"})
+        QVERIFY2(r.err.contains(line), r.err.constData());
+    const QMap<QString, QByteArray> app = files(board.dump() + "/app");
+    QCOMPARE(app, (QMap<QString, QByteArray>{{"a.py", "a"}, {"alias.py", "a"}, {"x/a.py", "old"}, {"out", "o"}}));
+
+    // Relative board paths in fast mode, as in the default one.
+    const QString here = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(project.path()));
+    r = cli(port + QStringList{"--fast", "put", "a.py", "rel.py"});
+    QDir::setCurrent(here);
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(files(board.dump()).value("rel.py"), QByteArray("a"));
+
+    // A mirror of "/" never walks into /flash, another mounted file system.
+    QTemporaryDir root;
+    writeFile(root.filePath("flash/main.py"), "m2");
+    r = cli(port + QStringList{"sync", root.path(), "/", "--delete"});
+    QVERIFY2(r.code == 0, r.err.constData());
+    QCOMPARE(files(board.dump()).value("other.py"), QByteArray("o"));
+    QCOMPARE(files(board.dump()).value("main.py"), QByteArray("m2"));
+
+    // An empty folder, or ignore rules that cannot be read, delete nothing.
+    QTemporaryDir empty;
+    r = cli(port + QStringList{"sync", empty.path(), "/flash/app", "--delete"});
+    QCOMPARE(r.code, 1);
+    QVERIFY(r.err.contains("Nothing deleted"));
+    writeFile(project.filePath(".pelkamignore"), "\xef\xbb\xbfx/\n[z-a].py\n");
+    r = cli(port + QStringList{"sync", project.path(), "/flash/app", "--delete"});
+    QCOMPARE(r.code, 1);
+    QVERIFY2(r.err.contains(".pelkamignore, line 2"), r.err.constData());
+    QCOMPARE(files(board.dump() + "/app").size(), 4);
+}
+
+void TestCli::severalBoardsWriteApart()
+{
+    VirtualBoard a(QStringLiteral("esp32"), {}, {{"main.py", "# a"}});
+    VirtualBoard b(QStringLiteral("esp32"), {}, {{"main.py", "# b"}});
+    QVERIFY(a.isRunning() && b.isRunning());
+    const QStringList ports{"--port", a.path(), "--port", b.path(), "--type", "esp32"};
+    QTemporaryDir out;
+    Run r = cli(ports + QStringList{"backup", "/", out.filePath("saved")});
+    QVERIFY2(r.code == 0, r.err.constData());
+    r = cli(ports + QStringList{"get", "/main.py", out.filePath("got/main.py")});
+    QVERIFY2(r.code == 0, r.err.constData());
+    QSet<QByteArray> saved, got;
+    for (const QString& sub : QDir(out.filePath("saved")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        saved << readFile(out.filePath("saved/" + sub + "/main.py"));
+    for (const QString& sub : QDir(out.filePath("got")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+        got << readFile(out.filePath("got/" + sub + "/main.py"));
+    const QSet<QByteArray> both{"# a", "# b"};
+    QCOMPARE(saved, both);
+    QCOMPARE(got, both);
 }
 
 QTEST_GUILESS_MAIN(TestCli)

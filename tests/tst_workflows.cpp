@@ -264,6 +264,8 @@ void TestWorkflows::ignoreRules_data()
     row("question mark", "?.py", "ab.py", false, false);
     row("class", "[a-c].py", "b.py", false, true);
     row("negated class", "[!a-c].py", "b.py", false, false);
+    row("negated class never matches a slash", "a[!x]b", "a/b", false, false);
+    row("byte-order mark is no part of a rule", "\xef\xbb\xbfmain.py", "main.py", false, true);
     row("re-included", "*.txt\n!keep.txt", "keep.txt", false, false);
     row("last rule wins", "!keep.txt\n*.txt", "keep.txt", false, true);
     row("parent folder stays ignored", "secret/\n!secret/a.txt", "secret/a.txt", false, true);
@@ -278,7 +280,11 @@ void TestWorkflows::ignoreRules()
     QFETCH(QString, path);
     QFETCH(bool, isDir);
     QFETCH(bool, ignored);
-    QCOMPARE(IgnoreRules(rules).ignored(path, isDir), ignored);
+    const IgnoreRules parsed(QString::fromUtf8(rules.toLatin1()));
+    QCOMPARE(parsed.ignored(path, isDir), ignored);
+    QVERIFY(parsed.problems().isEmpty());
+    QCOMPARE(IgnoreRules(QStringLiteral("*.log\n[z-a].py\n")).problems().value(0).left(22),
+             QStringLiteral(".pelkamignore, line 2:"));
 }
 
 void TestWorkflows::synchronisation()

@@ -78,8 +78,7 @@ bool pump(int ms)
 {
     QEventLoop loop;
     QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    if (g_stopRequested == 0)
-        loop.exec();
+    loop.exec();
     return g_stopRequested == 0;
 }
 
