@@ -178,6 +178,30 @@
         <source>Connected to micropython board %1 (mod %2), release %3. Core %4 version %5</source>
         <translation>Подключена плата MicroPython %1 (модель %2), выпуск %3. Ядро %4, версия %5</translation>
     </message>
+    <message>
+        <source>The board has no memory left to inflate %1: sending it uncompressed, and nothing more compressed until it is connected again</source>
+        <translation>У платы не хватает памяти, чтобы распаковать %1: файл отправляется без сжатия, и до нового подключения сжатие не используется</translation>
+    </message>
+    <message>
+        <source>Not enough room on the board</source>
+        <translation>На плате недостаточно места</translation>
+    </message>
+    <message>
+        <source>No room on the board for a second copy of %1: it was written in place</source>
+        <translation>На плате нет места для второй копии %1: файл записан поверх</translation>
+    </message>
+    <message>
+        <source>No answer from the board in %1 s: interrupted</source>
+        <translation>Плата не ответила за %1 с: вызов прерван</translation>
+    </message>
+    <message>
+        <source>The board no longer knows Pelkam&apos;s scripts (was it reset?): pasting them again</source>
+        <translation>Плата больше не знает скрипты Pelkam (её сбросили?): они вставляются снова</translation>
+    </message>
+    <message>
+        <source>%1 restored from its verified copy</source>
+        <translation>%1 восстановлен из проверенной копии</translation>
+    </message>
 </context>
 <context>
     <name>BoardLink</name>
@@ -965,6 +989,13 @@ If not, it will be uploaded to
     </message>
 </context>
 <context>
+    <name>QObject</name>
+    <message>
+        <source>%1, line %2: &quot;%3&quot; is not a valid pattern</source>
+        <translation>%1, строка %2: «%3» — недопустимый шаблон</translation>
+    </message>
+</context>
+<context>
     <name>RemoteEdit</name>
     <message>
         <source>Cannot create temporary file at %1</source>
@@ -1106,6 +1137,42 @@ If not, it will be uploaded to
     <message>
         <source>Synchronized files from folders %1/ and %2</source>
         <translation>Синхронизированы файлы папок %1/ и %2</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - a link to a folder is not followed</source>
+        <translation>Пропуск %1 — ссылки на папки не просматриваются</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - the link leads nowhere</source>
+        <translation>Пропуск %1 — ссылка никуда не ведёт</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - the link leads out of the folder</source>
+        <translation>Пропуск %1 — ссылка ведёт за пределы папки</translation>
+    </message>
+    <message>
+        <source>%1 is missing</source>
+        <translation>%1 отсутствует</translation>
+    </message>
+    <message>
+        <source>%1 cannot be read</source>
+        <translation>%1 не читается</translation>
+    </message>
+    <message>
+        <source>%1 is empty</source>
+        <translation>%1 пуста</translation>
+    </message>
+    <message>
+        <source>%1 has lines that are not valid</source>
+        <translation>В %1 есть недопустимые строки</translation>
+    </message>
+    <message>
+        <source>Nothing deleted: %1</source>
+        <translation>Ничего не удалено: %1</translation>
+    </message>
+    <message>
+        <source>Skipping %1 - its PC folder cannot be read or is a link</source>
+        <translation>Пропуск %1 — папка на ПК не читается или является ссылкой</translation>
     </message>
 </context>
 <context>
