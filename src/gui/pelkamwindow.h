@@ -15,22 +15,13 @@ class FileWorkflows;
 class PackageInstaller;
 class Prompter;
 class RemoteEdit;
-class ReplLine;
 class Synchronizer;
 class SyncFlow;
 class QAction;
 class QFileSystemModel;
-class QGroupBox;
-class QLineEdit;
-class QMenu;
-class QProgressBar;
-class QTabWidget;
-class QTableView;
 class QTextBrowser;
-class QToolBar;
-class QToolButton;
-class QTreeView;
 class TarvelUpdater;
+class WindowViews;
 
 // The main window: views, actions and menus. It owns the board link and the
 // board operations and adapts their signals to the views.
@@ -122,9 +113,6 @@ protected:
     void closeEvent(QCloseEvent* event) override;
 
 private:
-    void setupUi();
-    void createActions();
-    void createMenusAndToolbars();
     void wireLink();
     void onLinkStateChanged(MC_STATE state);
     QString timeStamp(const QString& color) const;
@@ -135,27 +123,15 @@ private:
     template <typename Workflow> void runWorkflow(Workflow workflow);
     void updateReplLine();
     void applyScrollback();
-    QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
-                        const QString& icon, bool checkable = false);
 
     QSettings m_settings;
+    std::unique_ptr<WindowViews> m_views;
     QString m_accentColor;
     QString m_syslogColor;
     QPointer<QTextBrowser> m_terminal;
-    ReplLine* m_replLine = nullptr;
     bool m_cancelled = false;
     int m_scrollback = 0; // lines the Terminal and the Syslog keep, 0 = all
     QPointer<QTextBrowser> m_log;
-    QGroupBox* m_fileSystemGroup = nullptr;
-    QTabWidget* m_logTabs = nullptr;
-    QProgressBar* m_progress = nullptr;
-    QLineEdit* m_pcFolderEdit = nullptr;
-    QToolButton* m_pcFolderSelTool = nullptr;
-    QToolButton* m_pcFolderUpTool = nullptr;
-    QTreeView* m_pcFileList = nullptr;
-    QTableView* m_mcFileList = nullptr;
-    QToolBar* m_connectionToolBar = nullptr;
-    QToolBar* m_actionsToolBar = nullptr;
     QFileSystemModel* m_pcModel = nullptr;
     MCDirModel m_mcModel;
     BoardLink m_link;
@@ -169,8 +145,6 @@ private:
     bool m_opsAfterWorkflow = false;
     std::unique_ptr<TarvelUpdater> m_updater;
     std::unique_ptr<Prompter> m_prompter;
-    QMenu* m_pcMenu = nullptr;
-    QMenu* m_mcMenu = nullptr;
     QString m_offeredPort;
     bool m_operationInProgress = false;
 };

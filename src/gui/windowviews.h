@@ -1,0 +1,64 @@
+#pragma once
+
+#include <QCoreApplication>
+#include <QString>
+
+class PlotterView;
+class QAction;
+class QGroupBox;
+class QLabel;
+class QLineEdit;
+class QMainWindow;
+class QMenu;
+class QProgressBar;
+class QTabWidget;
+class QTableView;
+class QTextBrowser;
+class QToolBar;
+class QToolButton;
+class QTreeView;
+class ReplLine;
+
+// The main window's widgets: its actions (found by object name), menus,
+// toolbars, the two file panes, the Terminal, Syslog and Plotter tabs and the
+// progress row. Built once into the window, which then wires them to the core.
+class WindowViews {
+    // The texts belong to the window, where its translations have always been.
+    Q_DECLARE_TR_FUNCTIONS(PelkamWindow)
+public:
+    explicit WindowViews(QMainWindow* window);
+
+    // The About box's text.
+    static QString aboutText();
+
+    QGroupBox* fileSystemGroup = nullptr;
+    QLineEdit* pcFolderEdit = nullptr;
+    QToolButton* pcFolderSelTool = nullptr;
+    QToolButton* pcFolderUpTool = nullptr;
+    QLabel* mcFolderLabel = nullptr;
+    QTreeView* pcFileList = nullptr;
+    QTableView* mcFileList = nullptr;
+    QTabWidget* logTabs = nullptr;
+    QTextBrowser* terminal = nullptr;
+    ReplLine* replLine = nullptr;
+    QTextBrowser* log = nullptr;
+    PlotterView* plotter = nullptr;
+    QProgressBar* progress = nullptr;
+    QToolButton* cancelButton = nullptr;
+    QToolBar* connectionToolBar = nullptr;
+    QToolBar* actionsToolBar = nullptr;
+    QMenu* pcMenu = nullptr;
+    QMenu* mcMenu = nullptr;
+
+private:
+    QAction* makeAction(const char* name, const QString& text, const QString& tooltip, const QString& shortcut,
+                        const QString& icon, bool checkable = false);
+    QAction* action(const char* name) const;
+    void createActions();
+    void createPanes();
+    void createLogTabs(QWidget* central);
+    void createMenusAndToolbars();
+    void createContextMenus();
+
+    QMainWindow* m_window;
+};
