@@ -5,6 +5,7 @@
 #include "connectionpopup.h"
 #include "packages/packageinstaller.h"
 #include "panedragdrop.h"
+#include "plotterview.h"
 #include "preferences.h"
 #include "qmaterialicon.h"
 #include "remoteedit.h"
@@ -103,6 +104,12 @@ PelkamWindow::PelkamWindow(QWidget* parent)
                 tr("Board: %1 free of %2")
                     .arg(locale().formattedDataSize(freeBytes), locale().formattedDataSize(totalBytes)));
     });
+    PlotterView* plotter = m_views->plotter;
+    plotter->setPrompter(m_prompter.get());
+    connect(&m_link, &BoardLink::boardOutput, plotter, &PlotterView::addLine);
+    connect(plotter, &PlotterView::logLine, this, &PelkamWindow::logAppend);
+    connect(action(QStringLiteral("actionPlotter")), &QAction::triggered, this,
+            [this, plotter] { m_views->logTabs->setCurrentWidget(plotter); });
     connect(m_views->pcFileList, &QWidget::customContextMenuRequested, this, &PelkamWindow::pcFileListMenu);
     connect(m_views->mcFileList, &QWidget::customContextMenuRequested, this, &PelkamWindow::mcFileListMenu);
     // Dropped PC files go up one by one with Upload's questions; a dropped
@@ -197,7 +204,9 @@ void PelkamWindow::onLinkStateChanged(MC_STATE state)
         m_views->fileSystemGroup->setEnabled(true);
         m_views->logTabs->setCurrentIndex(1);
     } else {
-        m_views->logTabs->setCurrentIndex(0);
+        // Someone watching the plot keeps watching it.
+        if (m_views->logTabs->currentWidget() != m_views->plotter)
+            m_views->logTabs->setCurrentIndex(0);
         m_views->fileSystemGroup->setEnabled(false);
     }
     updateReplLine();
@@ -216,6 +225,7 @@ void PelkamWindow::setPrompter(std::unique_ptr<Prompter> prompter)
     m_packages->setPrompter(m_prompter.get());
     m_workflows->setPrompter(m_prompter.get());
     m_remoteEdit->setPrompter(m_prompter.get());
+    m_views->plotter->setPrompter(m_prompter.get());
 }
 
 void PelkamWindow::fileOpsEnable(bool on)

@@ -1,5 +1,6 @@
 #include "windowviews.h"
 
+#include "plotterview.h"
 #include "qmaterialicon.h"
 #include "replline.h"
 
@@ -100,6 +101,8 @@ void WindowViews::createActions()
     makeAction("actionCheck_for_updates", tr("Check for Updates"), {}, {}, {});
     makeAction("actionRefresh", tr("Refresh"), tr("List the board folder again"), QStringLiteral("F5"),
                QStringLiteral("sync"));
+    makeAction("actionPlotter", tr("Plotter"), tr("Show the numbers the board prints as a graph"), {},
+               QStringLiteral("show_chart"));
     makeAction("actionRename", tr("Rename"), tr("Rename a board file or folder"), QStringLiteral("F2"),
                QStringLiteral("drive_file_rename_outline"));
     makeAction("actionSyncOnSave", tr("Sync on Save"),
@@ -137,6 +140,9 @@ void WindowViews::createMenusAndToolbars()
     for (const char* name : {"actionConnect", "actionLaunch", "actionAbort", "actionReset", "actionDFU",
                              "actionRefresh", "actionRename", "actionSyncOnSave"})
         board->addAction(a(name));
+    QMenu* view = bar->addMenu(tr("View"));
+    view->setObjectName(QStringLiteral("menuView"));
+    view->addAction(a("actionPlotter"));
     QMenu* help = bar->addMenu(tr("Help"));
     help->setObjectName(QStringLiteral("menuHelp"));
     help->addAction(a("actionCheck_for_updates"));
@@ -257,8 +263,10 @@ void WindowViews::createLogTabs(QWidget* central)
     log = new QTextBrowser(logTab);
     log->setObjectName(QStringLiteral("logBrowser"));
     logLayout->addWidget(log);
+    plotter = new PlotterView();
     logTabs->addTab(terminalTab, tr("Terminal"));
     logTabs->addTab(logTab, tr("Syslog"));
+    logTabs->addTab(plotter, tr("Plotter"));
     logTabs->setCurrentIndex(0);
 }
 

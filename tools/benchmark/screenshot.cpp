@@ -1,6 +1,6 @@
 // Shows the real main window connected to a virtual board and saves a picture
 // of it; with a folder as second argument, also pictures of the Sync dialog
-// and of the upload question:
+// and of the upload question, the code editor and the Plotter:
 //   pelkam-screenshot OUTPUT.png [DIALOG_DIR]   (run under Xvfb or offscreen)
 // PELKAM_SCREENSHOT_DARK=1 gives the desktop a dark palette first;
 // PELKAM_SCREENSHOT_LANG=ru_RU shows the interface in that language.
@@ -8,6 +8,7 @@
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
+#include "plotterview.h"
 #include "preferences.h"
 #include "remoteedit.h"
 #include "startup.h"
@@ -23,6 +24,8 @@
 #include <QTemporaryDir>
 #include <QTimer>
 #include <QWidget>
+
+#include <cmath>
 
 namespace {
 // Saves the dialog that the next modal call opens, then closes it.
@@ -116,6 +119,16 @@ int main(int argc, char* argv[])
             editor->grab().save(dialogs + QStringLiteral("/code-editor.png"));
             editor->reject();
         }
+        // A sensor's readings in the Plotter tab.
+        auto* plotter = window.findChild<PlotterView*>(QStringLiteral("plotterView"));
+        window.action(QStringLiteral("actionPlotter"))->trigger();
+        for (int i = 0; i < 600; ++i)
+            plotter->addLine(QStringLiteral("temp: %1 hum: %2")
+                                 .arg(21 + 2 * std::sin(i / 40.0), 0, 'f', 2)
+                                 .arg(45 + 6 * std::cos(i / 55.0), 0, 'f', 1));
+        plotter->setXAxis(PlotterView::Samples);
+        waitFor([] { return false; }, 300);
+        window.grab().save(dialogs + QStringLiteral("/plotter.png"));
     }
     return 0;
 }

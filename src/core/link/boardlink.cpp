@@ -276,10 +276,12 @@ void BoardLink::appendLine(const QByteArray& line)
     // A zero byte ends the text shown.
     const int zero = line.indexOf('\0');
     const QString text = QString::fromUtf8(zero >= 0 ? line.left(zero) : line);
-    if (m_state > MC_RUNNING)
+    if (m_state > MC_RUNNING) {
         emit logLine(text);
-    else
+    } else {
         emit terminalLine(text);
+        emit boardOutput(text);
+    }
 }
 
 void BoardLink::processQueue()

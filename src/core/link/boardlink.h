@@ -104,6 +104,8 @@ signals:
     void eod();
     void logLine(const QString& html);
     void terminalLine(const QString& html);
+    // A line the board printed (not one of ours), as text.
+    void boardOutput(const QString& text);
     void fileOpsEnableRequested(bool on);
     void connectionOpened(const QString& portName);
     void connectionLost();
@@ -133,8 +135,8 @@ private:
     QByteArray m_expect; // what the exchange in flight waits to see first
     quint64 m_eods = 0;
     quint64 m_bytesReceived = 0;
-    QByteArray m_recent; // the last bytes received, for a banner cut between reads
-    QElapsedTimer m_bannerClock; // since the last Ctrl-B we sent
+    QByteArray m_recent;          // the last bytes received, for a banner cut between reads
+    QElapsedTimer m_bannerClock;  // since the last Ctrl-B we sent
     QElapsedTimer m_restartClock; // since the board last showed a hard reset
 
     PortSettings m_settings;
