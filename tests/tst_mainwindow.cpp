@@ -3,11 +3,10 @@
 #include "codeeditordialog.h"
 #include "connectionpopup.h"
 #include "pelkamwindow.h"
+#include "preferences.h"
 #include "remoteedit.h"
 
 #include <QAction>
-#include <QProcess>
-#include <QSerialPortInfo>
 #include <QApplication>
 #include <QCheckBox>
 #include <QComboBox>
@@ -15,11 +14,13 @@
 #include <QFileSystemModel>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMimeData>
 #include <QMenuBar>
+#include <QMimeData>
 #include <QPlainTextEdit>
-#include <QPushButton>
+#include <QProcess>
 #include <QProgressBar>
+#include <QPushButton>
+#include <QSerialPortInfo>
 #include <QStatusBar>
 #include <QTabWidget>
 #include <QTableView>
@@ -27,7 +28,6 @@
 #include <QToolBar>
 #include <QToolButton>
 #include <QTreeView>
-#include <QSerialPortInfo>
 #include <QtTest>
 
 class TestMainWindow : public QObject {
@@ -79,10 +79,12 @@ private slots:
 
         w.action(QStringLiteral("actionSyncOnSave"))->setChecked(true);
         writeFile(pc.filePath(QStringLiteral("app/main.py")), "v2");
-        QVERIFY(waitFor([&] {
-            s.board.dump();
-            return s.board.readFile(QStringLiteral("app/main.py")) == "v2";
-        }, 30000));
+        QVERIFY(waitFor(
+            [&] {
+                s.board.dump();
+                return s.board.readFile(QStringLiteral("app/main.py")) == "v2";
+            },
+            30000));
     }
 
     void initTestCase() { isolateSettings(m_dir); }
@@ -321,7 +323,8 @@ private slots:
         select(QStringLiteral("sub"));
         QTest::keyClick(pane, Qt::Key_Return);
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/sub/"));
-        QCOMPARE(w.findChild<QLabel*>(QStringLiteral("mcFolderLabel"))->text(), QStringLiteral("Board folder: /flash/sub/"));
+        QCOMPARE(w.findChild<QLabel*>(QStringLiteral("mcFolderLabel"))->text(),
+                 QStringLiteral("Board folder: /flash/sub/"));
         QTest::keyClick(pane, Qt::Key_Backspace);
         QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/flash/"));
 
@@ -391,6 +394,21 @@ private slots:
         offered.setOfferedPort(QStringLiteral("/tmp/virtual"));
         offered.readSettings();
         QCOMPARE(offered.port(), QStringLiteral("/tmp/virtual"));
+
+        // "Fast transfers" here and in Preferences are one setting.
+        auto* fast = offered.findChild<QCheckBox*>(QStringLiteral("fastTransfersCheck"));
+        QVERIFY(!fast->isChecked());
+        fast->setChecked(true);
+        offered.writeSettings();
+        Preferences preferences;
+        preferences.readSettings();
+        auto* inPreferences = preferences.findChild<QCheckBox*>(QStringLiteral("global_FastTransfersCheck"));
+        QVERIFY(inPreferences->isChecked());
+        QCOMPARE(fast->toolTip(), inPreferences->toolTip());
+        inPreferences->setChecked(false);
+        preferences.writeSettings();
+        offered.readSettings();
+        QVERIFY(!fast->isChecked());
     }
 
     void realWindowWithBoard()
@@ -420,8 +438,8 @@ private slots:
         w.setupLocalDir(pc.path());
         auto* pcList = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
         auto* pcModel = qobject_cast<QFileSystemModel*>(pcList->model());
-        QVERIFY(waitFor(
-            [&] { return pcModel->index(hello).isValid() && pcModel->rowCount(pcList->rootIndex()) == 1; }));
+        QVERIFY(
+            waitFor([&] { return pcModel->index(hello).isValid() && pcModel->rowCount(pcList->rootIndex()) == 1; }));
         const QRect cell = pcList->visualRect(pcModel->index(hello));
         QTest::mouseClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
         QTest::mouseDClick(pcList->viewport(), Qt::LeftButton, {}, cell.center());
@@ -473,7 +491,8 @@ private slots:
         });
         poll.start(20);
         w.action(QStringLiteral("actionUpload_Package"))->trigger();
-        QVERIFY(prompter->questions.contains(QStringLiteral("Package Upload: A package is being uploaded. Please wait")));
+        QVERIFY(
+            prompter->questions.contains(QStringLiteral("Package Upload: A package is being uploaded. Please wait")));
         w.action(QStringLiteral("actionCheck_for_updates"))->trigger();
         QVERIFY(log->toPlainText().endsWith(QStringLiteral("Updates come from the system's package manager")));
         prompter->texts = QStringList{QStringLiteral("made")};

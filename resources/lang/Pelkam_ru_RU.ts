@@ -359,6 +359,10 @@
         <source>Port or device path</source>
         <translation>Порт или путь к устройству</translation>
     </message>
+    <message>
+        <source>Fast transfers</source>
+        <translation>Быстрая передача</translation>
+    </message>
 </context>
 <context>
     <name>FileWorkflows</name>
@@ -832,6 +836,101 @@ If not, it will be uploaded to
         <source>Board: %1 free of %2</source>
         <translation>Плата: свободно %1 из %2</translation>
     </message>
+    <message>
+        <source>Plotter</source>
+        <translation>График</translation>
+    </message>
+    <message>
+        <source>Show the numbers the board prints as a graph</source>
+        <translation>Показать числа, которые печатает плата, в виде графика</translation>
+    </message>
+    <message>
+        <source>View</source>
+        <translation>Вид</translation>
+    </message>
+</context>
+<context>
+    <name>PlotterView</name>
+    <message>
+        <source>Pause</source>
+        <translation>Пауза</translation>
+    </message>
+    <message>
+        <source>Keep the graph still; the numbers keep coming in</source>
+        <translation>Остановить график; числа продолжают поступать</translation>
+    </message>
+    <message>
+        <source>Clear</source>
+        <translation>Очистить</translation>
+    </message>
+    <message>
+        <source>Seconds</source>
+        <translation>Секунды</translation>
+    </message>
+    <message>
+        <source>Samples</source>
+        <translation>Отсчёты</translation>
+    </message>
+    <message>
+        <source>The X axis: seconds since the first point, or the number of each line</source>
+        <translation>Ось X: секунды с первой точки или номер каждой строки</translation>
+    </message>
+    <message>
+        <source>Automatic Y range</source>
+        <translation>Автоматический диапазон Y</translation>
+    </message>
+    <message>
+        <source>Lowest value shown</source>
+        <translation>Наименьшее показываемое значение</translation>
+    </message>
+    <message>
+        <source>Highest value shown</source>
+        <translation>Наибольшее показываемое значение</translation>
+    </message>
+    <message>
+        <source>Points kept:</source>
+        <translation>Хранить точек:</translation>
+    </message>
+    <message>
+        <source>How many of the last points of each series are kept and shown</source>
+        <translation>Сколько последних точек каждого ряда хранится и показывается</translation>
+    </message>
+    <message>
+        <source>Export CSV</source>
+        <translation>Экспорт CSV</translation>
+    </message>
+    <message>
+        <source>CSV files (*.csv)</source>
+        <translation>Файлы CSV (*.csv)</translation>
+    </message>
+    <message>
+        <source>Export PNG</source>
+        <translation>Экспорт PNG</translation>
+    </message>
+    <message>
+        <source>PNG images (*.png)</source>
+        <translation>Изображения PNG (*.png)</translation>
+    </message>
+    <message>
+        <source>The plotter shows %1 series at most: numbers of further series are skipped</source>
+        <translation>График показывает не более %1 рядов: числа следующих рядов пропускаются</translation>
+    </message>
+    <message>
+        <source>Resume</source>
+        <translation>Продолжить</translation>
+    </message>
+    <message>
+        <source>Cannot save to %1: %2</source>
+        <translation>Не удалось сохранить в %1: %2</translation>
+    </message>
+    <message>
+        <source>Saved to %1</source>
+        <translation>Сохранено в %1</translation>
+    </message>
+    <message>
+        <source>the image could not be written</source>
+        <translation>не удалось записать изображение</translation>
+    </message>
 </context>
 <context>
     <name>Preferences</name>
@@ -984,8 +1083,8 @@ If not, it will be uploaded to
         <translation>Быстрая передача</translation>
     </message>
     <message>
-        <source>Paste the board scripts once, skip the idle waits, send compressible files deflated, and write each upload beside its target until it checks out</source>
-        <translation>Передавать сценарии платы один раз, не делать пауз ожидания, отправлять сжимаемые файлы в сжатом виде и записывать каждый файл рядом с целевым, пока он не пройдёт проверку</translation>
+        <source>Paste the board scripts once, skip the idle waits, send compressible files deflated, and write each upload beside its target until it checks out: a first copy of a project is many times faster. Leave it off for firmware whose REPL misbehaves without pauses.</source>
+        <translation>Вставлять скрипты платы один раз, пропускать паузы ожидания, отправлять сжимаемые файлы в сжатом виде и записывать каждую загрузку рядом с целевым файлом до его проверки: первое копирование проекта становится во много раз быстрее. Не включайте для прошивок, чей REPL сбоит без пауз.</translation>
     </message>
 </context>
 <context>

@@ -1,13 +1,15 @@
 #include "connectionpopup.h"
 
+#include "preferences.h"
 #include "qmaterialicon.h"
 
+#include <QCheckBox>
 #include <QComboBox>
+#include <QFileInfo>
 #include <QHBoxLayout>
 #include <QLineEdit>
 #include <QSerialPort>
 #include <QSerialPortInfo>
-#include <QFileInfo>
 #include <QSettings>
 #include <QToolButton>
 
@@ -39,6 +41,11 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
                            QStringLiteral("57600"), QStringLiteral("115200"), QStringLiteral("230400"),
                            QStringLiteral("460800")});
 
+    // The same setting as in Preferences, where a new user choosing a board sees it.
+    m_fastTransfers = new QCheckBox(tr("Fast transfers"), this);
+    m_fastTransfers->setObjectName(QStringLiteral("fastTransfersCheck"));
+    m_fastTransfers->setToolTip(Preferences::fastTransfersTip());
+
     m_applyButton = new QToolButton(this);
     m_applyButton->setObjectName(QStringLiteral("applyButton"));
     m_applyButton->setText(QStringLiteral("..."));
@@ -50,6 +57,7 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     layout->addWidget(m_mcCombo);
     layout->addWidget(m_portsCombo);
     layout->addWidget(m_baudCombo);
+    layout->addWidget(m_fastTransfers);
     layout->addWidget(m_applyButton);
 
     connect(m_portsCombo, &QComboBox::editTextChanged, this, &ConnectionPopup::updateApply);
@@ -63,6 +71,7 @@ void ConnectionPopup::readSettings()
     if (mc >= 0 && mc < m_mcCombo->count())
         m_mcCombo->setCurrentIndex(mc);
     m_baudCombo->setCurrentText(settings.value(QStringLiteral("UI/Baud"), QStringLiteral("115200")).toString());
+    m_fastTransfers->setChecked(settings.value(QStringLiteral("MC/FastTransfers"), false).toBool());
     m_portsCombo->clear();
     const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
     for (const QSerialPortInfo& info : ports)
@@ -88,6 +97,7 @@ void ConnectionPopup::writeSettings() const
     settings.setValue(QStringLiteral("UI/Baud"), m_baudCombo->currentText());
     settings.setValue(QStringLiteral("UI/Port"), port());
     settings.setValue(QStringLiteral("UI/MC"), type());
+    settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
 }
 
 QString ConnectionPopup::port() const

@@ -2,11 +2,13 @@
 
 #include <QFrame>
 
+class QCheckBox;
 class QComboBox;
 class QSerialPort;
 class QToolButton;
 
-// Board type, port and baud rate, shown as a popup under the Connection toolbar.
+// Board type, port, baud rate and fast transfers, shown as a popup under the
+// Connection toolbar.
 class ConnectionPopup : public QFrame {
     Q_OBJECT
 public:
@@ -39,6 +41,7 @@ private:
     QComboBox* m_mcCombo;
     QComboBox* m_portsCombo;
     QComboBox* m_baudCombo;
+    QCheckBox* m_fastTransfers;
     QToolButton* m_applyButton;
     QString m_offered;
     bool m_applied = false;

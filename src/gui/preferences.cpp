@@ -50,10 +50,7 @@ protected:
         const int typed = QSpinBox::valueFromText(text);
         return typed <= kTransferDefault ? kTransferDefault : BoardLink::safeTransferSize(typed);
     }
-    void fixup(QString& input) const override
-    {
-        input = textFromValue(valueFromText(input));
-    }
+    void fixup(QString& input) const override { input = textFromValue(valueFromText(input)); }
 };
 
 QString displayName(const QLocale& locale)
@@ -120,8 +117,7 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     m_suggestExecute = named(new QCheckBox(tr("Ask to execute a script"), transfer), "global_MCExecCheck");
     transferForm->addRow(m_suggestExecute);
     m_fastTransfers = named(new QCheckBox(tr("Fast transfers"), transfer), "global_FastTransfersCheck");
-    m_fastTransfers->setToolTip(tr("Paste the board scripts once, skip the idle waits, send compressible files "
-                                   "deflated, and write each upload beside its target until it checks out"));
+    m_fastTransfers->setToolTip(fastTransfersTip());
     transferForm->addRow(m_fastTransfers);
     m_darkWarning = named(new QLabel(tr("<html><head/><body><p><span style=\" font-weight:600; color:#ef2929;\">* "
                                         "Changing the color theme requires a restart</span></p></body></html>"),
@@ -240,4 +236,11 @@ void Preferences::writeSettings()
     settings.setValue(QStringLiteral("Code/TabSize"), m_tabSize->value());
     settings.setValue(QStringLiteral("Code/Wrap"), m_wordWrap->isChecked());
     settings.setValue(QStringLiteral("Code/ShowSpaces"), m_whitespace->isChecked());
+}
+
+QString Preferences::fastTransfersTip()
+{
+    return tr("Paste the board scripts once, skip the idle waits, send compressible files deflated, and write "
+              "each upload beside its target until it checks out: a first copy of a project is many times "
+              "faster. Leave it off for firmware whose REPL misbehaves without pauses.");
 }

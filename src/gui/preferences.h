@@ -23,6 +23,8 @@ public:
     void setPrompter(Prompter* prompter) { m_prompter = prompter; }
     void readSettings();
     void writeSettings();
+    // What "Fast transfers" does and when to leave it off, wherever it is offered.
+    static QString fastTransfersTip();
 
 private:
     void fillLanguages();

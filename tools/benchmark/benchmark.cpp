@@ -7,21 +7,27 @@
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
+#include "plotterview.h"
 #include "sync/synchronizer.h"
 #include "workflows/boardbackup.h"
 
 #include <QDir>
 
+#include <QAction>
 #include <QApplication>
 #include <QDate>
 #include <QElapsedTimer>
+#include <QEventLoop>
 #include <QFile>
 #include <QKeyEvent>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QTabWidget>
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <QTimer>
 
+#include <cmath>
 #include <memory>
 #include <sys/resource.h>
 #include <vector>
@@ -180,7 +186,8 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
     const SyncTimes fast = timeSyncs(dir.filePath(QStringLiteral("project-fast")), true, out, &files);
     const QString group = QStringLiteral("sync");
     figure(out, group, QStringLiteral("sync_first_total"), plain.first, 2, QStringLiteral("s"),
-           QStringLiteral("first copy of a 50-file project of Python source (2-3 kB files) to an empty board, 115200 baud"));
+           QStringLiteral(
+               "first copy of a 50-file project of Python source (2-3 kB files) to an empty board, 115200 baud"));
     figure(out, group, QStringLiteral("sync_first_fast"), fast.first, 2, QStringLiteral("s"),
            QStringLiteral("the same with fast transfers (goal: at most half the default)"));
     figure(out, group, QStringLiteral("sync_unchanged_total"), plain.unchanged, 2, QStringLiteral("s"),
@@ -200,9 +207,9 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
     // The same unchanged project on a board as rude as real hardware (LF
     // taken as a second Enter, output fragmented), over and over.
     constexpr int kRuns = 20;
-    BoardSession rude(QStringLiteral("stm32"), {QStringLiteral("--polite"), QStringLiteral("--baud"), QString::number(kBaud),
-                                                QStringLiteral("--lf-enter"), QStringLiteral("--fragment"),
-                                                QStringLiteral("20")});
+    BoardSession rude(QStringLiteral("stm32"),
+                      {QStringLiteral("--polite"), QStringLiteral("--baud"), QString::number(kBaud),
+                       QStringLiteral("--lf-enter"), QStringLiteral("--fragment"), QStringLiteral("20")});
     if (!rude.open()) {
         out << "sync: the rude board did not answer\n";
         return;
@@ -254,8 +261,8 @@ void measureManyBoards(const QTemporaryDir& dir, QTextStream& out)
         QProcess cli;
         QElapsedTimer t;
         t.start();
-        cli.start(QStringLiteral(PELKAM_CLI_PATH), args + QStringList{QStringLiteral("sync"), root,
-                                                                   QStringLiteral("/flash/app")});
+        cli.start(QStringLiteral(PELKAM_CLI_PATH),
+                  args + QStringList{QStringLiteral("sync"), root, QStringLiteral("/flash/app")});
         const bool ok = cli.waitForFinished(600000) && cli.exitCode() == 0;
         return ok ? seconds(t) : -1.0;
     };
@@ -265,8 +272,9 @@ void measureManyBoards(const QTemporaryDir& dir, QTextStream& out)
         out << "sync: a pelkam-cli sync failed\n";
         return;
     }
-    figure(out, QStringLiteral("sync"), QStringLiteral("sync_three_boards_ratio"), three / one, 2, QStringLiteral("x"),
-           QStringLiteral("first sync of a 10-file project onto three boards at once, against one (goal: at most 1.3)"));
+    figure(
+        out, QStringLiteral("sync"), QStringLiteral("sync_three_boards_ratio"), three / one, 2, QStringLiteral("x"),
+        QStringLiteral("first sync of a 10-file project onto three boards at once, against one (goal: at most 1.3)"));
 }
 
 void measurePackages(const QTemporaryDir& dir, QTextStream& out)
@@ -450,7 +458,8 @@ void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
     long before = 0;
     long after = 0;
     {
-        BoardSession s(QStringLiteral("stm32"), {QStringLiteral("--polite"), QStringLiteral("--heap"), QStringLiteral("1048576")});
+        BoardSession s(QStringLiteral("stm32"),
+                       {QStringLiteral("--polite"), QStringLiteral("--heap"), QStringLiteral("1048576")});
         before = peakRssKb();
         if (s.open()) {
             const QString huge = writeFile(dir, QStringLiteral("huge.bin"), kHugeFile);
@@ -592,6 +601,60 @@ void measureTerminal(QTextStream& out)
                .arg(kLines / linesPerSecond / 60, 0, 'f', 0));
 }
 
+// The Plotter showing two series at the 115200-baud line rate (about 1,000
+// short lines a second) for ten seconds of real time: the share of a core it
+// takes, then whether memory stays flat over ten minutes' worth of lines.
+void measurePlot(QTextStream& out)
+{
+    constexpr int kLinesPerSecond = 1000;
+    constexpr int kSeconds = 10;
+    constexpr int kTickMs = 10;
+    constexpr int kTenMinutes = kLinesPerSecond * 600;
+    PelkamWindow w;
+    w.show();
+    w.action(QStringLiteral("actionPlotter"))->trigger();
+    auto* plotter = w.findChild<PlotterView*>(QStringLiteral("plotterView"));
+    int sent = 0;
+    const auto line = [&sent] {
+        ++sent;
+        return QStringLiteral("temp: %1 hum: %2")
+            .arg(21 + 2 * std::sin(sent / 400.0), 0, 'f', 2)
+            .arg(45 + 6 * std::cos(sent / 550.0), 0, 'f', 1);
+    };
+    QElapsedTimer wall;
+    wall.start();
+    const double cpu = cpuSeconds();
+    QTimer feed;
+    // Lines arrive as the serial port delivers them: a few every tick, on time.
+    QObject::connect(&feed, &QTimer::timeout, [&] {
+        const qint64 due = wall.elapsed() * kLinesPerSecond / 1000;
+        while (sent < due)
+            plotter->addLine(line());
+    });
+    feed.start(kTickMs);
+    QEventLoop loop;
+    QTimer::singleShot(kSeconds * 1000, &loop, &QEventLoop::quit);
+    loop.exec();
+    feed.stop();
+    const double share = 100 * (cpuSeconds() - cpu) / seconds(wall);
+    figure(out, QStringLiteral("terminal"), QStringLiteral("plot_cpu_share"), share, 1, QStringLiteral("%"),
+           QStringLiteral("one core's share the Plotter takes drawing two series at about 1,000 lines a second, "
+                          "2,000 points kept (goal: under 10)"));
+    const long before = statusKb("VmRSS");
+    for (int i = 0; i < kTenMinutes; ++i) {
+        plotter->addLine(line());
+        if (i % 5000 == 0) {
+            plotter->refresh();
+            QCoreApplication::processEvents();
+        }
+    }
+    plotter->refresh();
+    const long after = statusKb("VmRSS");
+    figure(out, QStringLiteral("terminal"), QStringLiteral("plot_rss_growth_10_min"), after - before, 0,
+           QStringLiteral("kB"),
+           QStringLiteral("memory growth over ten more minutes of lines at that rate (goal: flat)"));
+}
+
 int main(int argc, char* argv[])
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -622,8 +685,10 @@ int main(int argc, char* argv[])
         measurePackages(dir, out);
     if (wanted("editor"))
         measureEditor(out);
-    if (wanted("terminal"))
+    if (wanted("terminal")) {
         measureTerminal(out);
+        measurePlot(out);
+    }
     if (write >= 0 && write + 1 < args.size())
         writeReport(args.at(write + 1), groups);
     return 0;
