@@ -446,10 +446,10 @@ void TestBoardFiles::uartFlashAndFat()
     // rename that unlinks the target first, and a reset between the two.
     const QByteArray old = randomBytes(3000, 31);
     const QByteArray fresh = randomBytes(6000, 32);
-    BoardSession s(QStringLiteral("esp32"),
-                   {"--polite", "--baud", "115200", "--uart-ring", "260", "--flash-ms", "40", "--fs", "fat",
-                    "--crash-in-rename"},
-                   {{"app/main.py", old}, {"app/mine.pelkam-tmp", "a user's file"}});
+    BoardSession s(
+        QStringLiteral("esp32"),
+        {"--polite", "--baud", "115200", "--uart-ring", "260", "--flash-ms", "40", "--fs", "fat", "--crash-in-rename"},
+        {{"app/main.py", old}, {"app/mine.pelkam-tmp", "a user's file"}});
     QVERIFY(s.open());
     // Fast transfers off: our suffix means nothing, the user's file is listed.
     QVERIFY(names(s.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)).contains("mine.pelkam-tmp"));
@@ -532,10 +532,15 @@ void TestBoardFiles::slowDigests()
         seed.insert(name, name.toLatin1());
         writeFile(pc.filePath(name), name.toLatin1());
     }
-    const QString slowHash = writeLocal(QStringLiteral("slowhash.py"),
-                                        readFile(QStringLiteral(":/data/hash.py")) +
-                                            "import time\n_h0=_hash\ndef _hash(f):\n time.sleep(0.4)\n return _h0(f)\n");
+    // late.py outlasts even the grown time-out and answers right after Ctrl-C.
+    const QString slowHash =
+        writeLocal(QStringLiteral("slowhash.py"), readFile(QStringLiteral(":/data/hash.py")) +
+                                                      "import time\n_h0=_hash\ndef _hash(f):\n"
+                                                      " try:\n  time.sleep(60 if 'late' in f else 0.4)\n"
+                                                      " except KeyboardInterrupt:\n  return b'late'\n"
+                                                      " return _h0(f)\n");
     QSettings().setValue(QStringLiteral("Scripts/Hash"), slowHash);
+    seed.insert(QStringLiteral("late.py"), "x");
     BoardSession s(QStringLiteral("esp32"), {"--polite"}, seed);
     s.files.setFastTransfers(true);
     QVERIFY(s.open());
@@ -544,6 +549,15 @@ void TestBoardFiles::slowDigests()
     QVERIFY2(sync.synchronize(pc.path(), QStringLiteral("/"), Synchronizer::collectSyncFiles(pc.path(), {}, false), {}),
              qPrintable(s.log.join('\n')));
     QCOMPARE(s.count(QStringLiteral("files are identical")), 30);
+
+    // The late answer is drained, never taken for the next call's.
+    QVERIFY(s.files.mc_file_hashes({QStringLiteral("/late.py")}, slowHash).isEmpty());
+    QVERIFY(s.logged(QStringLiteral("No answer from the board in 12 s: interrupted")));
+    const auto next = s.files.mc_file_hashes({QStringLiteral("/f1.py")}, slowHash);
+    const QByteArray digest = next.value(QStringLiteral("/f1.py"));
+    QVERIFY2(digest == QCryptographicHash::hash("f1.py", QCryptographicHash::Md5).toHex() ||
+                 digest == QCryptographicHash::hash("f1.py", QCryptographicHash::Sha1).toHex(),
+             digest.constData());
 }
 
 QTEST_GUILESS_MAIN(TestBoardFiles)
