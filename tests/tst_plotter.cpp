@@ -149,6 +149,9 @@ private slots:
         QCOMPARE(plotter->shownPoints(QStringLiteral("temp")), 0);
         QVERIFY(w.link().write("run(3, 0)\r\n"));
         QVERIFY(waitFor([&] { return plotter->data().samples() == 6; }, 10000));
+        // Whoever watches the plot keeps watching it when the board starts a program.
+        w.link().setState(MC_RUNNING);
+        QCOMPARE(tabs->currentWidget(), plotter);
         QSettings().remove(QStringLiteral("UI/PlotPoints"));
     }
 };

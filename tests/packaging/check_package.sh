@@ -54,10 +54,10 @@ export QT_QPA_PLATFORM=offscreen
 if [ "$(id -u)" -eq 0 ] && [ -z "${PELKAM_NO_DPKG_INSTALL:-}" ]; then
   dpkg -i "$deb" >/dev/null
   trap 'dpkg -r pelkam >/dev/null 2>&1 || true; rm -rf "$work"' EXIT
-  /usr/bin/pelkam --version | grep -q "0.2.0"
-  /usr/bin/pelkam-cli --version | grep -q "0.2.0"
+  /usr/bin/pelkam --version | grep -q "0.3.0"
+  /usr/bin/pelkam-cli --version | grep -q "0.3.0"
   desktop-file-validate /usr/share/applications/dev.tarvel.Pelkam.desktop
 else
-  "$work/root/usr/bin/pelkam" --version | grep -q "0.2.0"
+  "$work/root/usr/bin/pelkam" --version | grep -q "0.3.0"
 fi
 echo "package $(basename "$deb") is good"
