@@ -51,6 +51,8 @@ private slots:
         QTemporaryDir pc;
         writeFile(pc.filePath(QStringLiteral("app/main.py")), "v1");
         writeFile(pc.filePath(QStringLiteral(".pelkamignore")), "*.cfg\n");
+        // A link to its own folder is named once and never followed.
+        QVERIFY(QFile::link(QStringLiteral("."), pc.filePath(QStringLiteral("app/loop"))));
         PelkamWindow w;
         w.readSettings();
         w.setupLocalDir(pc.path());
@@ -73,6 +75,9 @@ private slots:
         });
         w.action(QStringLiteral("actionSync"))->trigger();
         QCOMPARE(preview, QStringLiteral("upload app/main.py\ndelete /flash/old.py"));
+        auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QCOMPARE(syslog->toPlainText().count(QStringLiteral("Skipping app/loop - a link to a folder is not followed")),
+                 1);
         QVERIFY(w.mcModel().dirExists(QStringLiteral("app")));
         QVERIFY(!w.mcModel().fileExists(QStringLiteral("old.py")));
         QVERIFY(w.mcModel().fileExists(QStringLiteral("keep.cfg")));

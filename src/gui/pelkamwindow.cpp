@@ -186,6 +186,7 @@ void PelkamWindow::wireLink()
     connect(m_sync.get(), &Synchronizer::logLine, this, &PelkamWindow::logAppend);
     connect(m_workflows.get(), &FileWorkflows::logLine, this, &PelkamWindow::logAppend);
     connect(m_remoteEdit, &RemoteEdit::logLine, this, &PelkamWindow::logAppend);
+    connect(m_syncFlow.get(), &SyncFlow::logLine, this, &PelkamWindow::logAppend);
     connect(&m_link, &BoardLink::connectionLost, m_remoteEdit, &RemoteEdit::connectionClosed);
     connect(m_files.get(), &BoardFiles::fileOpsEnableRequested, this, &PelkamWindow::fileOpsEnable);
     connect(m_files.get(), &BoardFiles::progressStarted, this, [this](int maximum) {

@@ -52,7 +52,10 @@ void SyncFlow::runDialog(QWidget* parent, const QString& root)
     if (dialog.exec() != QDialog::Accepted)
         return;
     dialog.writeSettings();
-    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive());
+    QStringList skipped;
+    const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive(), &skipped);
+    for (const QString& line : qAsConst(skipped))
+        emit logLine(line);
     const bool extras = !rules.isEmpty() || dialog.createDirs() || dialog.deleteExtra();
     m_run([&] {
         if (extras)

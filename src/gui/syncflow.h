@@ -31,6 +31,9 @@ public:
     bool syncOnSave() const { return m_watcher != nullptr; }
     void setRoot(const QString& root);
 
+signals:
+    void logLine(const QString& text);
+
 private:
     void uploadSaved();
     QString boardDir() const;
