@@ -7,6 +7,8 @@
 #include <QTabWidget>
 #include <QtTest>
 
+#include <qwt_legend_label.h>
+
 class TestPlotter : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
@@ -129,8 +131,18 @@ private slots:
         QCOMPARE(temp.at(temp.count() - 1).value, 419.5);
         QCOMPARE(temp.at(temp.count() - 1).sample, qint64(798));
 
-        plotter->setSeriesVisible(QStringLiteral("hum"), false);
+        // A click on a legend entry hides its series; another shows it again.
+        QwtLegendLabel* humEntry = nullptr;
+        for (auto* label : plotter->findChildren<QwtLegendLabel*>())
+            if (label->data().title().text() == QLatin1String("hum"))
+                humEntry = label;
+        QVERIFY(humEntry && humEntry->isChecked());
+        QTest::mouseClick(humEntry, Qt::LeftButton);
         QVERIFY(!plotter->isSeriesVisible(QStringLiteral("hum")));
+        QVERIFY(plotter->isSeriesVisible(QStringLiteral("temp")));
+        QTest::mouseClick(humEntry, Qt::LeftButton);
+        QVERIFY(plotter->isSeriesVisible(QStringLiteral("hum")));
+        plotter->setSeriesVisible(QStringLiteral("hum"), false);
 
         answers->fileName = m_dir.filePath(QStringLiteral("values"));
         w.findChild<QAction*>(QStringLiteral("actionPlotExportCsv"))->trigger();
