@@ -9,7 +9,7 @@ $SUDO apt-get install -y --no-install-recommends \
   build-essential cmake pkg-config clang libclang-rt-14-dev \
   qtbase5-dev qtbase5-dev-tools libqt5serialport5-dev libqt5svg5-dev \
   qttools5-dev qttools5-dev-tools qttranslations5-l10n \
-  libquazip1-qt5-dev zlib1g-dev libqwt-qt5-dev \
+  libquazip1-qt5-dev zlib1g-dev libqwt-qt5-dev libqt5websockets5-dev qtkeychain-qt5-dev \
   fonts-material-design-icons-iconfont \
   socat xvfb xauth python3 ca-certificates \
   desktop-file-utils appstream dpkg-dev file help2man lintian man-db bash-completion

@@ -334,7 +334,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     const bool fast = fastTransfers();
     const QByteArray raw = source->readAll();
     emit fileOpsEnableRequested(false);
-    const int chunk = BoardLink::transferSize();
+    const int chunk = m_link.chunkSize();
     // A board that forgot our scripts, or that cannot inflate after all, gets the file once more.
     for (int attempt = 0;; ++attempt) {
         QByteArray text;

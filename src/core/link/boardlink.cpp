@@ -1,5 +1,8 @@
 #include "boardlink.h"
 
+#include "serialtransport.h"
+#include "webrepltransport.h"
+
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFileInfo>
@@ -15,6 +18,7 @@ const QByteArray kPrompt = QByteArrayLiteral(">>> ");
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 const QByteArray kRawEnd = QByteArrayLiteral(">");
 const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
+const QByteArray kRawAccepted = QByteArrayLiteral("OK");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
 // An ESP32's ROM after a hard reset, and MicroPython's banner after any
@@ -45,6 +49,16 @@ constexpr int kDefaultTransferSize = 512;
 constexpr int kMaxTransferSize = 1024;
 // WriteError, ReadError, ResourceError, TimeoutError and NotOpenError.
 constexpr unsigned kFatalErrorMask = 0x3380;
+
+// Raw-paste mode (MicroPython 1.14 and later): Ctrl-E "A" Ctrl-A asks for it;
+// the board answers "R" and 1 when it takes it, then the window as 16 bits.
+const QByteArray kRawPasteRequest = QByteArrayLiteral("\x05" "A" "\x01");
+constexpr char kWindowGrant = 0x01;
+constexpr char kEndOfData = 0x04;
+constexpr int kRawPasteTimeoutMs = 5000;
+// Commands this short go out in one piece; the raw REPL reads them at once.
+constexpr int kShortCommand = 128;
+enum RawPaste { RawPasteUnknown = -1, RawPasteNo = 0, RawPasteYes = 1 };
 } // namespace
 
 BoardLink::BoardLink(QObject* parent) : QObject(parent)
@@ -55,16 +69,49 @@ BoardLink::BoardLink(QObject* parent) : QObject(parent)
     m_infoTimer.setInterval(kInfoDelayMs);
     connect(&m_reconnectTimer, &QTimer::timeout, this, &BoardLink::tryReconnect);
     connect(&m_infoTimer, &QTimer::timeout, this, &BoardLink::queryInfoRequested);
-    connect(&m_port, &QSerialPort::readyRead, this, &BoardLink::io_ready);
-    connect(&m_port, &QSerialPort::aboutToClose, this, &BoardLink::io_disconnected);
-    connect(&m_port, &QSerialPort::errorOccurred, this, &BoardLink::io_error);
+    useTransport(std::make_unique<SerialTransport>());
 }
 
 BoardLink::~BoardLink()
 {
-    m_port.blockSignals(true);
-    if (m_port.isOpen())
-        m_port.close();
+    m_transport->blockSignals(true);
+    m_transport->close();
+}
+
+void BoardLink::useTransport(std::unique_ptr<BoardTransport> transport)
+{
+    if (m_transport) {
+        m_transport->blockSignals(true);
+        m_transport->close();
+    }
+    m_transport = std::move(transport);
+    m_rawPaste = RawPasteUnknown;
+    connect(m_transport.get(), &BoardTransport::readyRead, this, &BoardLink::io_ready);
+    if (auto* serial = qobject_cast<SerialTransport*>(m_transport.get())) {
+        connect(serial, &SerialTransport::closing, this, &BoardLink::io_disconnected);
+        connect(serial, &SerialTransport::serialError, this, &BoardLink::io_error);
+    }
+    connect(m_transport.get(), &BoardTransport::dropped, this, [this](const QString& why) {
+        emit logLine(why);
+        io_disconnected();
+    });
+}
+
+bool BoardLink::isOpen() const
+{
+    return m_transport->isOpen();
+}
+
+bool BoardLink::overWebRepl() const
+{
+    return qobject_cast<WebReplTransport*>(m_transport.get()) != nullptr;
+}
+
+int BoardLink::chunkSize() const
+{
+    const int window = m_transport->inputWindow();
+    const int size = transferSize();
+    return window > 0 ? qMin(size, safeTransferSize(window)) : size;
 }
 
 void BoardLink::setState(MC_STATE s)
@@ -98,22 +145,155 @@ bool BoardLink::write(const QByteArray& data)
 {
     if (data.contains(kCtrlB))
         m_bannerClock.start();
+    if (m_transport->inputWindow() > 0)
+        return sendWindowed(data);
     const int chunk = transferSize();
     int sent = 0;
-    while (m_port.isOpen() && sent < data.size()) {
+    while (isOpen() && sent < data.size()) {
         if (sent > 0 && !qDelay(kChunkGapMs))
             return false;
         const int n = qMin(chunk, data.size() - sent);
-        if (m_port.write(data.constData() + sent, n) != n || !m_port.flush())
+        if (!m_transport->send(data.mid(sent, n)))
             return false;
         sent += n;
     }
-    return m_port.isOpen();
+    return isOpen();
+}
+
+bool BoardLink::send(const QByteArray& data)
+{
+    if (m_transport->inputWindow() > 0)
+        return sendWindowed(data);
+    return m_transport->send(data);
+}
+
+bool BoardLink::sendWindowed(const QByteArray& data)
+{
+    // A raw REPL command (pasted scripts and calls end with Ctrl-D): longer
+    // ones go out in the windows the board grants.
+    if (m_state == MC_RAW && data.size() > kShortCommand && data.endsWith(kEndOfData) &&
+        !data.startsWith(kCtrlC) && m_rawPaste != RawPasteNo)
+        return rawPaste(data.chopped(1));
+    const int window = m_transport->inputWindow();
+    int sent = 0;
+    while (isOpen() && sent < data.size()) {
+        // Whatever the board answers (an echo, a prompt) shows it has read
+        // what came before; a board that reads without answering gets a moment.
+        if (sent > 0 && !qDelay(kChunkGapMs))
+            return false;
+        int n = qMin(window, data.size() - sent);
+        // Never cut a UTF-8 character: each piece is one text message.
+        while (n > 1 && sent + n < data.size() && (static_cast<unsigned char>(data.at(sent + n)) & 0xC0) == 0x80)
+            --n;
+        if (!m_transport->send(data.mid(sent, n)))
+            return false;
+        sent += n;
+    }
+    return isOpen();
+}
+
+bool BoardLink::rawPaste(const QByteArray& code)
+{
+    const int from = m_buffer.size();
+    m_pasting = true;
+    struct Done {
+        bool& flag;
+        ~Done() { flag = false; }
+    } done{m_pasting};
+    QByteArray fresh;
+    const auto take = [&](int timeoutMs) {
+        if (m_buffer.size() <= from + fresh.size() && waitLoop(timeoutMs, true, false) != 0)
+            return false;
+        fresh = m_buffer.mid(from);
+        return true;
+    };
+    const auto give = [&](int consumed) {
+        m_buffer.remove(from, consumed);
+        fresh.remove(0, consumed);
+    };
+    if (!m_transport->send(kRawPasteRequest))
+        return false;
+    while (fresh.size() < 2 || (fresh.startsWith("R\x01") && fresh.size() < 4)) {
+        if (fresh.contains(kRawBanner) || (fresh.size() >= 2 && !fresh.startsWith('R')))
+            break;
+        if (!take(kRawPasteTimeoutMs))
+            return false;
+    }
+    if (!fresh.startsWith("R\x01")) {
+        // An older board: "R" and 0, or a fresh raw REPL (it took Ctrl-A as a
+        // new start). Either way it waits for the command as usual.
+        m_rawPaste = RawPasteNo;
+        const int banner = fresh.indexOf(kRawBanner);
+        if (banner >= 0) {
+            while (fresh.indexOf(kRawEnd, banner) < 0)
+                if (!take(kRawPasteTimeoutMs))
+                    return false;
+            give(fresh.indexOf(kRawEnd, banner) + 1);
+        } else {
+            give(2);
+        }
+        m_pasting = false;
+        return sendWindowed(code + kEndOfData);
+    }
+    m_rawPaste = RawPasteYes;
+    const int window = static_cast<unsigned char>(fresh.at(2)) | static_cast<unsigned char>(fresh.at(3)) << 8;
+    give(4);
+    if (window <= 0)
+        return false;
+    int remain = window;
+    int sent = 0;
+    while (sent < code.size()) {
+        while (!fresh.isEmpty()) {
+            const char c = fresh.at(0);
+            give(1);
+            if (c == kWindowGrant) {
+                remain += window;
+            } else if (c == kEndOfData) {
+                // The board ended the paste itself (an interrupt): agree and stop.
+                m_transport->send(QByteArray(1, kEndOfData));
+                return false;
+            } else {
+                return false;
+            }
+        }
+        if (remain == 0) {
+            if (!take(kRawPasteTimeoutMs))
+                return false;
+            continue;
+        }
+        int n = qMin(remain, code.size() - sent);
+        while (n > 1 && sent + n < code.size() && (static_cast<unsigned char>(code.at(sent + n)) & 0xC0) == 0x80)
+            --n;
+        if (!m_transport->send(code.mid(sent, n)))
+            return false;
+        remain -= n;
+        sent += n;
+        fresh = m_buffer.mid(from);
+    }
+    if (!m_transport->send(QByteArray(1, kEndOfData)))
+        return false;
+    // Grants may still come before the board acknowledges the end.
+    for (;;) {
+        while (!fresh.isEmpty() && fresh.at(0) == kWindowGrant)
+            give(1);
+        if (!fresh.isEmpty())
+            break;
+        if (!take(kRawPasteTimeoutMs))
+            return false;
+    }
+    if (fresh.at(0) != kEndOfData)
+        return false;
+    // From here the board answers as the raw REPL does after "OK": say so,
+    // so that nothing above can tell a paste from a typed command.
+    m_buffer.replace(from, 1, kRawAccepted);
+    m_pasting = false;
+    splitByState();
+    return true;
 }
 
 int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)
 {
-    if (!m_port.isOpen())
+    if (!isOpen())
         return Closed;
     QEventLoop loop;
     QTimer timer;
@@ -121,7 +301,7 @@ int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)
     connect(&timer, &QTimer::timeout, &loop, [&loop] { loop.exit(Timeout); });
     connect(this, &BoardLink::portClosing, &loop, [&loop] { loop.exit(Closed); });
     if (endOnData)
-        connect(&m_port, &QSerialPort::readyRead, &loop, [&loop] { loop.exit(0); });
+        connect(m_transport.get(), &BoardTransport::readyRead, &loop, [&loop] { loop.exit(0); });
     if (endOnEod)
         connect(this, &BoardLink::eod, &loop, [&loop] { loop.exit(0); });
     timer.start(ms);
@@ -147,7 +327,7 @@ bool BoardLink::tranceive(const QByteArray& data, int timeoutMs, bool chunked, c
     if (chunked)
         sent = write(data);
     else
-        sent = m_port.isOpen() && m_port.write(data) == data.size() && m_port.flush();
+        sent = isOpen() && send(data);
     // A chunked write waits between chunks, so the whole expected reply may
     // be in before the wait below starts.
     const bool answered = !expect.isEmpty() && m_expect.isEmpty() && m_eods != eodsBefore;
@@ -168,8 +348,8 @@ bool BoardLink::awaitEod(int timeoutMs)
 
 void BoardLink::io_ready()
 {
-    if (m_port.isOpen()) {
-        const QByteArray data = m_port.readAll();
+    if (isOpen()) {
+        const QByteArray data = m_transport->readAll();
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
         if (!data.isEmpty()) {
@@ -179,6 +359,12 @@ void BoardLink::io_ready()
             m_recent = m_recent.right(kSoftReboot.size() + 64);
         }
     }
+    if (!m_pasting)
+        splitByState();
+}
+
+void BoardLink::splitByState()
+{
     switch (m_state) {
     case MC_UNKNOWN:
     case MC_RUNNING:
@@ -316,7 +502,7 @@ void BoardLink::drainQueue()
         if (!qDelay(kDrainStepMs))
             return;
         io_ready();
-    } while ((m_bytesReceived != before || !m_queue.isEmpty()) && m_port.isOpen() && timer.elapsed() < kDrainLimitMs);
+    } while ((m_bytesReceived != before || !m_queue.isEmpty()) && isOpen() && timer.elapsed() < kDrainLimitMs);
 }
 
 void BoardLink::flushQueue(bool init)
@@ -395,7 +581,7 @@ MC_RES BoardLink::mc_stop(bool noReset)
         if (!write(kResetCommand))
             return MC_FAILED;
         qWait(kResetSettleMs);
-        if (!m_port.isOpen())
+        if (!isOpen())
             return MC_DEFERRED;
         flushQueue(true);
         return MC_STOPPED;
@@ -458,6 +644,11 @@ void BoardLink::reset()
 
 void BoardLink::dfu()
 {
+    if (overWebRepl()) {
+        // A board in DFU mode has no network: only a cable brings it back.
+        emit logLine(tr("DFU is not possible over WebREPL: connect the board with a USB cable"));
+        return;
+    }
     if (!to_repl())
         return;
     emit interpreterRestarted();
@@ -473,12 +664,19 @@ void BoardLink::setPortSettings(const PortSettings& settings)
 {
     m_settings = settings;
     m_type = settings.type;
-    m_port.setPortName(settings.name);
-    m_port.setBaudRate(settings.baud);
-    m_port.setParity(QSerialPort::NoParity);
-    m_port.setStopBits(QSerialPort::OneStop);
-    m_port.setDataBits(QSerialPort::Data8);
-    m_port.setFlowControl(QSerialPort::NoFlowControl);
+    if (WebReplTransport::isAddress(settings.name)) {
+        auto transport = std::make_unique<WebReplTransport>();
+        transport->setPassword(settings.password);
+        useTransport(std::move(transport));
+    } else {
+        auto* serial = qobject_cast<SerialTransport*>(m_transport.get());
+        if (!serial) {
+            useTransport(std::make_unique<SerialTransport>());
+            serial = qobject_cast<SerialTransport*>(m_transport.get());
+        }
+        serial->setBaudRate(settings.baud);
+    }
+    m_transport->setName(settings.name);
 }
 
 bool BoardLink::connectToBoard(const PortSettings& settings, bool autoReconnect, bool stopOnConnect)
@@ -496,29 +694,23 @@ bool BoardLink::connectToBoard(const PortSettings& settings, bool autoReconnect,
 void BoardLink::setAutomaticReconnectOption(bool on)
 {
     m_autoReconnectOption = on;
-    if (m_port.isOpen())
+    if (isOpen())
         m_autoReconnect = on;
 }
 
 bool BoardLink::doConnect()
 {
-    m_port.blockSignals(true);
-    m_port.clearError();
-    const bool opened = m_port.open(QIODevice::ReadWrite);
-    if (opened) {
-        m_port.clearError();
-        m_port.blockSignals(false);
+    if (m_transport->open()) {
         m_buffer.clear();
         m_queue.clear();
         setState(MC_UNKNOWN);
-        m_lastPortName = m_port.portName();
+        m_lastPortName = m_transport->name();
         emit connectionOpened(m_lastPortName);
         emit logLine(tr("Connected to %1").arg(m_lastPortName));
         QMetaObject::invokeMethod(this, &BoardLink::postConnect, Qt::QueuedConnection);
         return true;
     }
-    m_port.blockSignals(false);
-    const QString message = tr("Cannot connect to %1: %2").arg(m_port.portName(), m_port.errorString());
+    const QString message = tr("Cannot connect to %1: %2").arg(m_transport->name(), m_transport->errorString());
     emit terminalLine(message);
     emit logLine(message);
     return false;
@@ -526,7 +718,7 @@ bool BoardLink::doConnect()
 
 void BoardLink::postConnect()
 {
-    if (!m_port.isOpen())
+    if (!isOpen())
         return;
     if (m_stopOnConnect) {
         switch (mc_stop(false)) {
@@ -542,18 +734,15 @@ void BoardLink::postConnect()
         }
     } else {
         setState(MC_UNKNOWN);
-        emit terminalLine(tr("Opened connection to %1").arg(m_port.portName()));
+        emit terminalLine(tr("Opened connection to %1").arg(m_transport->name()));
     }
 }
 
 void BoardLink::connectionClosed()
 {
     m_infoTimer.stop();
-    m_port.blockSignals(true);
-    m_port.clearError();
-    const bool wasOpen = m_port.isOpen();
-    m_port.close();
-    m_port.blockSignals(false);
+    const bool wasOpen = isOpen();
+    m_transport->close();
     if (wasOpen)
         emit portClosing();
     emit connectionLost();
@@ -564,7 +753,7 @@ void BoardLink::io_disconnected()
 {
     emit logLine(tr("Connection closed"));
     connectionClosed();
-    if (m_autoReconnect) {
+    if (m_autoReconnect && !m_transport->refusedForGood()) {
         emit logLine(tr("Reconnecting.... Please wait."));
         m_autoReconnect = m_autoReconnectOption;
         m_reconnectTimer.start();
@@ -584,7 +773,11 @@ void BoardLink::io_error(QSerialPort::SerialPortError error)
 void BoardLink::tryReconnect()
 {
     QString found;
-    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    // A network board has no port to look for: try its address.
+    if (overWebRepl())
+        found = m_lastPortName;
+    const QList<QSerialPortInfo> ports =
+        found.isEmpty() ? QSerialPortInfo::availablePorts() : QList<QSerialPortInfo>();
     for (const QSerialPortInfo& info : ports) {
         const bool same = m_settings.serialNumber.isEmpty() ? info.portName() == m_lastPortName
                                                             : info.serialNumber() == m_settings.serialNumber;
@@ -601,13 +794,18 @@ void BoardLink::tryReconnect()
     emit logLine(tr("Reconnect attempt %1 of 10").arg(m_attempts + 1));
     if (!found.isEmpty()) {
         emit logLine(tr("Reconnecting to %1").arg(found));
-        m_port.setPortName(found);
+        m_transport->setName(found);
         if (doConnect()) {
             m_attempts = 0;
             m_reconnectTimer.setInterval(kReconnectFirstMs);
             return;
         }
         m_reconnectTimer.setInterval(m_reconnectTimer.interval() + m_attempts * kReconnectStepMs);
+        if (m_transport->refusedForGood()) {
+            // A wrong password or another client: trying again changes nothing.
+            m_attempts = 0;
+            return;
+        }
     }
     if (m_attempts++ >= kMaxReconnectAttempts - 1) {
         emit logLine(tr("Reconnection attempts exhausted"));

@@ -9,8 +9,13 @@
 #include <QSerialPort>
 #include <QTimer>
 
-// The serial link to one board: link state, receive buffer and reply queue,
-// the blocking request primitive, REPL control and (re)connection.
+#include <memory>
+
+class BoardTransport;
+
+// The link to one board: link state, receive buffer and reply queue, the
+// blocking request primitive, REPL control and (re)connection. The bytes go
+// through a transport: a serial port, or WebREPL for a ws:// address.
 // Waits run nested event loops; closing the port ends every wait at once.
 class BoardLink : public QObject {
     Q_OBJECT
@@ -20,6 +25,8 @@ public:
         QString serialNumber; // USB serial number, may be empty
         qint32 baud = 115200;
         MC_TYPES type = MC_STM32;
+        // WebREPL only; kept in memory, never written anywhere.
+        QString password;
     };
 
     explicit BoardLink(QObject* parent = nullptr);
@@ -30,8 +37,12 @@ public:
     void setState(MC_STATE s);
     MC_TYPES boardType() const { return m_type; }
     void setBoardType(MC_TYPES type) { m_type = type; }
-    bool isOpen() const { return m_port.isOpen(); }
-    QSerialPort& port() { return m_port; }
+    bool isOpen() const;
+    // Whether the board is reached over WebREPL rather than a serial port.
+    bool overWebRepl() const;
+    // The chunk size for data sent to a running board script: transferSize(),
+    // or less where the board's input buffer is smaller.
+    int chunkSize() const;
 
     bool write(const QByteArray& data);
     // Sends data and waits for the end of the reply (eod) at most timeoutMs.
@@ -120,6 +131,14 @@ private:
     enum WaitResult { Timeout = 1, Closed = 2 };
     int waitLoop(int ms, bool endOnData, bool endOnEod);
     void drainQueue();
+    // Hands bytes to the transport; where the board has a small input buffer,
+    // paced so that it never overflows.
+    bool send(const QByteArray& data);
+    bool sendWindowed(const QByteArray& data);
+    // MicroPython's raw-paste mode: code goes out in windows the board grants.
+    bool rawPaste(const QByteArray& code);
+    void splitByState();
+    void useTransport(std::unique_ptr<BoardTransport> transport);
     void appendLine(const QByteArray& line);
     // Queues one cut piece; false when it was stale input and was dropped.
     bool takePiece(const QByteArray& piece);
@@ -127,7 +146,9 @@ private:
     // Looks for the signs of a board that restarted in what it just sent.
     void findRestart();
 
-    QSerialPort m_port;
+    std::unique_ptr<BoardTransport> m_transport;
+    bool m_pasting = false;  // raw-paste in flight: bytes are only buffered
+    int m_rawPaste = -1;     // the board's raw-paste support: unknown, no, yes
     MC_STATE m_state = MC_UNKNOWN;
     MC_TYPES m_type = MC_STM32;
     QByteArray m_buffer;

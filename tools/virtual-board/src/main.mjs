@@ -5,6 +5,8 @@ import { spawn } from "node:child_process";
 import path from "node:path";
 import fs from "node:fs";
 import { fileURLToPath } from "node:url";
+import http from "node:http";
+import { WebSocketServer } from "ws";
 import { CTL, RING_SIZE, readHostTree, writeTreeToHost } from "./fstree.mjs";
 
 const here = path.dirname(fileURLToPath(import.meta.url));
@@ -44,6 +46,11 @@ const USAGE = `usage: virtual-board [options]
                           fails with ENOSPC and os.statvfs tells the truth
   --crash-in-rename       (with --fs fat) a hard reset between the unlink and
                           the rename of the first rename over a file
+  --webrepl PORT          also serve the console over WebREPL on 127.0.0.1:PORT
+                          (0: any free port) and print its ws:// address
+                          instead of the device path; one client at a time,
+                          a 260-byte input buffer, a soft reset closes it
+  --password PW           the WebREPL password (default "pelkam"; 9 characters count)
   --bridge                resets keep the port open, as behind a USB-serial
                           bridge (SIGWINCH: a hard reset that keeps the port)
   --fragment SEED         cut board output into pieces of random size (1 byte
@@ -90,6 +97,8 @@ function parseArgs(argv) {
     flashSize: 0,
     crashInRename: false,
     bridge: false,
+    webrepl: -1,
+    password: "pelkam",
   };
   const num = (v, name) => {
     const n = Number(v);
@@ -132,6 +141,8 @@ function parseArgs(argv) {
       case "--flash-size": o.flashSize = num(v(), a); break;
       case "--crash-in-rename": o.crashInRename = true; break;
       case "--bridge": o.bridge = true; break;
+      case "--webrepl": o.webrepl = num(v(), a); break;
+      case "--password": o.password = v(); break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
       default: fail(`unknown option ${a}`);
     }
@@ -279,6 +290,9 @@ class FaultStream {
 }
 
 let board = null; // { worker, relay, ctl, ring }
+// A UART REPL's input ring; WebREPL input lands in the same small buffer.
+const kWebReplRing = 260;
+const ringLimit = Math.min(RING_SIZE, opts.uartRing > 0 ? opts.uartRing : opts.webrepl >= 0 ? kWebReplRing : RING_SIZE);
 let snapshot = opts.seed ? readHostTree(opts.seed) : [];
 let announced = false;
 let dead = false; // the connection was dropped for good (DFU or a fault)
@@ -292,7 +306,7 @@ function pushInput(buf) {
   const { ctl, ring } = board;
   let w = Atomics.load(ctl, CTL.write);
   const r = Atomics.load(ctl, CTL.read);
-  const room = (opts.uartRing > 0 ? Math.min(opts.uartRing, RING_SIZE) : RING_SIZE) - (w - r);
+  const room = ringLimit - (w - r);
   if (buf.length > room) {
     log(`input overflow, ${buf.length - room} bytes lost`);
     buf = buf.subarray(0, room);
@@ -335,6 +349,7 @@ function onBoardBytes(buf) {
   const send = () => {
     const { data, dropped } = txFaults.apply(Buffer.from(buf), armed);
     toPc.push(data);
+    toWebRepl(data);
     if (dropped) setTimeout(() => dropForGood("dropped the connection (fault)"), 20);
   };
   if (opts.latency > 0) setTimeout(send, opts.latency);
@@ -377,6 +392,7 @@ async function startBoard(keptRelay = null) {
       if (m.type === "ready") resolve();
       else if (m.type === "out") onBoardBytes(m.data);
       else if (m.type === "reset" || m.type === "dfu") onLeave(m);
+      else if (m.type === "softreset") dropWebReplClient();
     });
     worker.on("error", (e) => {
       log(`board crashed: ${e.stack || e}`);
@@ -384,6 +400,7 @@ async function startBoard(keptRelay = null) {
     });
   });
   board = { worker, relay: keptRelay, ctl, ring };
+  ready.then(() => webreplUp()).catch(() => {});
   if (keptRelay) return ready;
   // Like USB enumeration, the port appears once the board has booted, or
   // after a second when boot.py or main.py keeps running.
@@ -392,11 +409,12 @@ async function startBoard(keptRelay = null) {
   const relay = await startRelay();
   board.relay = relay;
   relay.stdout.on("data", onPcBytes);
+  await ready;
   if (!announced) {
     announced = true;
-    process.stdout.write(opts.link + "\n");
+    if (opts.webrepl >= 0) await webreplUp();
+    process.stdout.write((opts.webrepl >= 0 ? `ws://127.0.0.1:${webreplPort}` : opts.link) + "\n");
   }
-  await ready;
 }
 
 async function stopBoard() {
@@ -416,6 +434,7 @@ async function stopBoard() {
 
 function onLeave(m) {
   snapshot = m.snapshot;
+  webreplDown();
   if (m.type === "dfu") {
     log("DFU mode: the port is gone for good");
     dead = true;
@@ -440,6 +459,7 @@ function dropForGood(why) {
   if (dead || !board) return;
   dead = true;
   log(why);
+  webreplDown();
   const relay = board.relay;
   board.relay = null;
   if (relay) relay.kill("SIGTERM");
@@ -467,6 +487,99 @@ function dump() {
     };
     poll();
   });
+}
+
+// ---- WebREPL, as MicroPython's webrepl module serves it ----
+let webreplServer = null;
+let webreplPort = 0;
+let webreplClient = null; // { ws, loggedIn, typed }
+let utf8Tail = Buffer.alloc(0);
+
+// Each board write is a text message of its own. A character is never cut
+// between two messages here (Qt's websockets refuse such a message).
+function toWebRepl(data) {
+  if (!webreplClient || !webreplClient.loggedIn || data.length === 0) return;
+  let buf = Buffer.concat([utf8Tail, data]);
+  let cut = buf.length;
+  let back = 0;
+  while (back < 3 && cut - back - 1 >= 0 && (buf[cut - back - 1] & 0xc0) === 0x80) back++;
+  const lead = cut - back - 1;
+  if (lead >= 0 && buf[lead] >= 0xc0) {
+    const need = buf[lead] >= 0xf0 ? 4 : buf[lead] >= 0xe0 ? 3 : 2;
+    if (back + 1 < need) cut = lead;
+  }
+  utf8Tail = Buffer.from(buf.subarray(cut));
+  buf = buf.subarray(0, cut);
+  if (buf.length) webreplClient.ws.send(buf, { binary: false });
+}
+
+function dropWebReplClient() {
+  if (!webreplClient) return;
+  const { ws } = webreplClient;
+  webreplClient = null;
+  utf8Tail = Buffer.alloc(0);
+  ws.terminate();
+}
+
+function attachWebRepl(ws) {
+  const client = { ws, loggedIn: false, typed: "" };
+  webreplClient = client;
+  ws.on("message", (data, isBinary) => {
+    if (webreplClient !== client) return;
+    const buf = Buffer.isBuffer(data) ? data : Buffer.from(data);
+    if (!client.loggedIn) {
+      client.typed += buf.toString("latin1");
+      const end = client.typed.search(/[\r\n]/);
+      if (end < 0) return;
+      // Only the first 9 characters of a password count.
+      if (client.typed.slice(0, Math.min(end, 9)) === opts.password.slice(0, 9)) {
+        client.loggedIn = true;
+        ws.send("\r\nWebREPL connected\r\n>>> ");
+        log("WebREPL client logged in");
+      } else {
+        ws.send("\r\nAccess denied\r\n", () => { if (webreplClient === client) dropWebReplClient(); });
+        log("WebREPL password refused");
+      }
+      return;
+    }
+    // Binary messages are the file protocol, which this board does not serve.
+    if (isBinary) return;
+    onPcBytes(buf);
+  });
+  ws.on("close", () => { if (webreplClient === client) webreplClient = null; });
+  ws.on("error", () => {});
+  ws.send("Password: ");
+}
+
+function webreplUp() {
+  if (opts.webrepl < 0 || webreplServer || dead) return Promise.resolve();
+  const server = http.createServer((req, res) => { res.writeHead(426); res.end(); });
+  const wss = new WebSocketServer({ noServer: true });
+  server.on("upgrade", (req, socket, head) => {
+    if (webreplClient) {
+      const who = `('${socket.remoteAddress}', ${socket.remotePort})`;
+      onBoardBytes(Buffer.from(`\r\nConcurrent WebREPL connection from ${who} rejected\r\n`));
+      socket.destroy();
+      return;
+    }
+    wss.handleUpgrade(req, socket, head, attachWebRepl);
+  });
+  webreplServer = server;
+  return new Promise((resolve) => {
+    server.listen(webreplPort || opts.webrepl, "127.0.0.1", () => {
+      webreplPort = server.address().port;
+      resolve();
+    });
+  });
+}
+
+// A board that resets has no server until it has booted again.
+function webreplDown() {
+  dropWebReplClient();
+  if (!webreplServer) return;
+  webreplServer.close();
+  webreplServer.closeAllConnections?.();
+  webreplServer = null;
 }
 
 function fatal(e) {

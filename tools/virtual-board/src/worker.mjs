@@ -19,6 +19,8 @@ const kCR = 0x0d;
 const kLF = 0x0a;
 const kForcedExit = 0x100; // pyexec's "soft reset requested"
 const kFlushIntervalMs = 10;
+// MicroPython's raw-paste window: MICROPY_REPL_STDIN_BUFFER_MAX.
+const kPasteWindow = 256;
 
 const { config, ctlBuffer, ringBuffer } = workerData;
 let snapshot = workerData.snapshot;
@@ -34,6 +36,8 @@ let rawMode = false;
 let pasteMode = false;
 let softResetRequested = false;
 let executing = false; // Python code runs (as opposed to the REPL waiting for input)
+let rawLine = []; // the first bytes of the raw REPL's line, to spot a raw-paste request
+let swallow = []; // output the board must not show (the event REPL's "OK" in raw-paste)
 const out = new Uint8Array(1 << 16);
 let outLen = 0;
 let lastOut = 0;
@@ -54,6 +58,11 @@ function emit(c) {
 }
 
 function emitRaw(c) {
+  if (swallow.length && c === swallow[0]) {
+    swallow.shift();
+    return;
+  }
+  swallow = [];
   out[outLen++] = c;
   lastOut = c;
   if (outLen === out.length) flush();
@@ -231,10 +240,53 @@ async function boot(entries) {
 async function softReset() {
   const entries = snapshotTree(mp.FS);
   for (const b of Buffer.from("MPY: soft reboot\r\n")) emitRaw(b);
+  flush();
+  // A soft reset closes the WebREPL socket.
+  parentPort.postMessage({ type: "softreset" });
   await boot(entries);
 }
 
+// Raw-paste mode as MicroPython's own raw REPL has it: the code arrives in
+// windows of kPasteWindow bytes, each granted with 0x01 once the last is read.
+function rawPaste() {
+  mp.replProcessChar(kCtrlC); // forget the Ctrl-E "A" already in the line
+  for (const b of [0x52, 0x01, kPasteWindow & 0xff, kPasteWindow >> 8]) emitRaw(b);
+  flush();
+  let remain = kPasteWindow;
+  for (;;) {
+    const b = readByte(false);
+    if (b === kCtrlD) break;
+    if (b === kCtrlC) {
+      emitRaw(kCtrlD);
+      mp.replProcessChar(kCtrlC);
+      for (const c of Buffer.from("\r\n>")) emitRaw(c);
+      flush();
+      return 0;
+    }
+    mp.replProcessChar(b);
+    if (--remain === 0) {
+      emitRaw(0x01);
+      flush();
+      remain = kPasteWindow;
+    }
+  }
+  emitRaw(kCtrlD);
+  flush();
+  swallow = [0x4f, 0x4b]; // "OK", which the paste does not print
+  return feed(kCtrlD);
+}
+
 function feed(byte) {
+  if (rawMode && byte === kCtrlA && rawLine.length === 2 && rawLine[0] === kCtrlE && rawLine[1] === 0x41) {
+    rawLine = [];
+    return rawPaste();
+  }
+  if (rawMode && byte > kCtrlD) {
+    if (rawLine.length < 2) rawLine.push(byte);
+    else if (rawLine.length === 2) rawLine.push(byte);
+  } else {
+    rawLine = [];
+  }
   if (byte === kCtrlA) rawMode = true;
   else if (byte === kCtrlB) rawMode = false;
   if (!rawMode && byte === kCtrlE) pasteMode = true;

@@ -1,0 +1,59 @@
+#pragma once
+
+#include "boardtransport.h"
+
+#include <QUrl>
+
+#include <memory>
+
+class QWebSocket;
+
+// A board reached over MicroPython's WebREPL: a websocket on which the board
+// asks for a password, then carries its console as text messages. The
+// board's input buffer is small and drops what does not fit, so the link
+// above sends no more than inputWindow() bytes without an answer.
+class WebReplTransport : public BoardTransport {
+    Q_OBJECT
+public:
+    static constexpr int kDefaultPort = 8266;
+    // MicroPython's own input buffer for the console (260 on ESP32, 256 on ESP8266).
+    static constexpr int kInputWindow = 256;
+
+    explicit WebReplTransport(QObject* parent = nullptr);
+    ~WebReplTransport() override;
+
+    static bool isAddress(const QString& name);
+    // ws://HOST[:PORT] with the port filled in; an invalid URL when name is not one.
+    static QUrl urlFor(const QString& name);
+
+    QString name() const override { return m_name; }
+    void setName(const QString& name) override { m_name = name; }
+    void setPassword(const QString& password) { m_password = password; }
+    bool open() override;
+    void close() override;
+    bool isOpen() const override { return m_open; }
+    bool send(const QByteArray& data) override;
+    QByteArray readAll() override;
+    QString errorString() const override { return m_error; }
+    int inputWindow() const override { return kInputWindow; }
+    bool refusedForGood() const override { return m_refusedForGood; }
+
+private:
+    void received(const QByteArray& data);
+    void socketGone();
+    void endLogin(int result);
+
+    std::unique_ptr<QWebSocket> m_socket;
+    QString m_name;
+    QString m_password;
+    QString m_error;
+    QByteArray m_login; // what the board said before the login ended
+    QByteArray m_pending;
+    bool m_open = false;
+    bool m_loggingIn = false;
+    bool m_refusedForGood = false;
+    bool m_handshakeDone = false;
+    bool m_passwordSent = false;
+    int m_socketError = -1;
+    class QEventLoop* m_loginLoop = nullptr;
+};
