@@ -1,5 +1,7 @@
 #include "everyport.h"
 
+#include "link/webrepltransport.h"
+
 #include <QCoreApplication>
 #include <QEventLoop>
 #include <QProcess>
@@ -9,6 +11,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QUrl>
 #include <QSocketNotifier>
 
 #include <csignal>
@@ -30,7 +33,8 @@ void requestStop(int signal)
     }
 }
 // Options that take a value, so their values are not taken for arguments.
-const QStringList kValueOptions{QStringLiteral("port"), QStringLiteral("type"), QStringLiteral("baud")};
+const QStringList kValueOptions{QStringLiteral("port"), QStringLiteral("type"), QStringLiteral("baud"),
+                                 QStringLiteral("password-file")};
 } // namespace
 
 void installStopHandlers()
@@ -84,10 +88,15 @@ bool pump(int ms)
 
 QString portFolder(const QString& port, const QStringList& ports)
 {
-    const QString name = QFileInfo(port).fileName();
+    // A WebREPL board is named by its host and port ("192.168.4.1_8266").
+    const auto shortName = [](const QString& p) {
+        const QUrl url = WebReplTransport::urlFor(p);
+        return url.isValid() ? url.host() + QLatin1Char('_') + QString::number(url.port()) : QFileInfo(p).fileName();
+    };
+    const QString name = shortName(port);
     int sharing = 0;
     for (const QString& other : ports)
-        sharing += QFileInfo(other).fileName() == name ? 1 : 0;
+        sharing += shortName(other) == name ? 1 : 0;
     if (sharing <= 1 && !name.isEmpty())
         return name;
     QString whole = QDir::cleanPath(port);

@@ -1,12 +1,14 @@
 // pelkam-cli: the board operations of Pelkam without widgets, for scripts.
 #include "board/boardfiles.h"
 #include "link/boardlink.h"
+#include "link/webrepltransport.h"
 #include "packages/packageinstaller.h"
 #include "sync/folderwatcher.h"
 #include "sync/synchronizer.h"
 #include "workflows/boardbackup.h"
 
 #include "everyport.h"
+#include "webreplpassword.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -524,8 +526,8 @@ int main(int argc, char* argv[])
     parser.addHelpOption();
     parser.addVersionOption();
     parser.addOption({QStringLiteral("port"),
-                      QStringLiteral("Serial port or device path; given more than once, the command runs on every "
-                                     "board at once."),
+                      QStringLiteral("Serial port, device path or ws://HOST[:PORT] (WebREPL); given more than once, "
+                                     "the command runs on every board at once."),
                       QStringLiteral("PATH")});
     parser.addOption({QStringLiteral("type"), QStringLiteral("Board type: stm32 (default) or esp32."),
                       QStringLiteral("TYPE"), QStringLiteral("stm32")});
@@ -540,6 +542,10 @@ int main(int argc, char* argv[])
     parser.addOption({QStringLiteral("delete"),
                       QStringLiteral("sync, watch: remove board files and folders the local folder lacks.")});
     parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
+    parser.addOption({QStringLiteral("password-file"),
+                      QStringLiteral("WebREPL: read the password from the first line of FILE (else from "
+                                     "PELKAM_WEBREPL_PASSWORD, else asked on the terminal)."),
+                      QStringLiteral("FILE")});
     parser.addPositionalArgument(QStringLiteral("command"), QStringLiteral("What to do (see above)."));
     if (!parser.parse(QCoreApplication::arguments()))
         return usage(parser.errorText());
@@ -574,8 +580,25 @@ int main(int argc, char* argv[])
     if (!problem.isEmpty())
         return usage(problem);
 
-    installStopHandlers();
     const QStringList ports = parser.values(QStringLiteral("port"));
+    QString password;
+    for (const QString& port : ports) {
+        if (!WebReplTransport::isAddress(port))
+            continue;
+        if (!WebReplTransport::urlFor(port).isValid())
+            return usage(QStringLiteral("%1 is not a WebREPL address (ws://HOST[:PORT])").arg(port));
+        if (password.isEmpty()) {
+            const WebReplPassword found = findWebReplPassword(parser.value(QStringLiteral("password-file")), port);
+            if (!found.problem.isEmpty())
+                return usage(found.problem);
+            password = found.password;
+            // Asked once; the boards' own processes find it where they look first.
+            if (ports.size() > 1 && !parser.isSet(QStringLiteral("password-file")))
+                qputenv("PELKAM_WEBREPL_PASSWORD", password.toUtf8());
+        }
+    }
+
+    installStopHandlers();
     if (ports.size() > 1)
         return runOnEveryPort(ports, entry.localArg, entry.localIsFolder);
 
@@ -608,6 +631,7 @@ int main(int argc, char* argv[])
     settings.name = parser.value(QStringLiteral("port"));
     settings.baud = baud;
     settings.type = type == QLatin1String("esp32") ? MC_ESP32 : MC_STM32;
+    settings.password = password;
     link.setPortSettings(settings);
     // A stop cancels what runs, then interrupts the board (a script printing
     // forever), then gives up on it: the command always ends.

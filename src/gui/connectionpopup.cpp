@@ -2,6 +2,9 @@
 
 #include "preferences.h"
 #include "qmaterialicon.h"
+#include "secretstore.h"
+
+#include "link/webrepltransport.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -33,7 +36,7 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     // A typed device path reaches ports the system does not list (ptys, socat).
     m_portsCombo->setEditable(true);
     m_portsCombo->setInsertPolicy(QComboBox::NoInsert);
-    m_portsCombo->lineEdit()->setPlaceholderText(tr("Port or device path"));
+    m_portsCombo->lineEdit()->setPlaceholderText(tr("Port, device path or ws://HOST"));
 
     m_baudCombo = new QComboBox(this);
     m_baudCombo->setObjectName(QStringLiteral("baudCombo"));
@@ -46,21 +49,37 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     m_fastTransfers->setObjectName(QStringLiteral("fastTransfersCheck"));
     m_fastTransfers->setToolTip(Preferences::fastTransfersTip());
 
+    m_password = new QLineEdit(this);
+    m_password->setObjectName(QStringLiteral("passwordEdit"));
+    m_password->setEchoMode(QLineEdit::Password);
+    m_password->setPlaceholderText(tr("WebREPL password"));
+    m_password->setToolTip(tr("The password set on the board with \"import webrepl_setup\""));
+    m_remember = new QCheckBox(tr("Remember password"), this);
+    m_remember->setObjectName(QStringLiteral("rememberPasswordCheck"));
+    m_remember->setToolTip(tr("Keep the password in the desktop's secret store, never in Pelkam's settings"));
+
     m_applyButton = new QToolButton(this);
     m_applyButton->setObjectName(QStringLiteral("applyButton"));
     m_applyButton->setText(QStringLiteral("..."));
     m_applyButton->setIcon(materialIcon(QStringLiteral("done")));
 
     m_mcCombo->setToolTip(tr("Board type"));
-    m_portsCombo->setToolTip(tr("Serial port or device path"));
+    m_portsCombo->setToolTip(tr("Serial port, device path or WebREPL address (ws://HOST[:PORT])"));
     m_baudCombo->setToolTip(tr("Baud rate"));
     layout->addWidget(m_mcCombo);
     layout->addWidget(m_portsCombo);
     layout->addWidget(m_baudCombo);
+    layout->addWidget(m_password);
+    layout->addWidget(m_remember);
     layout->addWidget(m_fastTransfers);
     layout->addWidget(m_applyButton);
 
     connect(m_portsCombo, &QComboBox::editTextChanged, this, &ConnectionPopup::updateApply);
+    connect(m_password, &QLineEdit::textChanged, this, &ConnectionPopup::updateApply);
+    connect(m_password, &QLineEdit::returnPressed, this, [this] {
+        if (m_applyButton->isEnabled())
+            on_applyButton_clicked();
+    });
     QMetaObject::connectSlotsByName(this);
 }
 
@@ -88,6 +107,9 @@ void ConnectionPopup::readSettings()
     if (index >= 0)
         m_portsCombo->setCurrentIndex(index);
     m_portsCombo->setEditText(text);
+    m_remember->setChecked(settings.value(QStringLiteral("WebREPL/RememberPassword"), false).toBool());
+    if (webRepl() && m_remember->isChecked())
+        m_password->setText(SecretStore::read(port()));
     updateApply();
 }
 
@@ -98,6 +120,23 @@ void ConnectionPopup::writeSettings() const
     settings.setValue(QStringLiteral("UI/Port"), port());
     settings.setValue(QStringLiteral("UI/MC"), type());
     settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
+    if (webRepl())
+        settings.setValue(QStringLiteral("WebREPL/RememberPassword"), m_remember->isChecked());
+}
+
+bool ConnectionPopup::webRepl() const
+{
+    return WebReplTransport::isAddress(port());
+}
+
+QString ConnectionPopup::password() const
+{
+    return webRepl() ? m_password->text() : QString();
+}
+
+bool ConnectionPopup::rememberPassword() const
+{
+    return webRepl() && m_remember->isChecked();
 }
 
 QString ConnectionPopup::port() const
@@ -151,6 +190,15 @@ bool ConnectionPopup::isDevicePath(const QString& text)
 
 void ConnectionPopup::updateApply()
 {
+    const bool network = webRepl();
+    m_password->setVisible(network);
+    m_remember->setVisible(network);
+    m_baudCombo->setVisible(!network);
+    adjustSize();
+    if (network) {
+        m_applyButton->setEnabled(WebReplTransport::urlFor(port()).isValid() && !m_password->text().isEmpty());
+        return;
+    }
     // Typed paths (pseudo-terminals, socat, ser2net) count once they exist.
     m_applyButton->setEnabled(m_portsCombo->count() > 0 || isDevicePath(port()));
 }

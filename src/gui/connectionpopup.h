@@ -4,11 +4,12 @@
 
 class QCheckBox;
 class QComboBox;
+class QLineEdit;
 class QSerialPort;
 class QToolButton;
 
-// Board type, port, baud rate and fast transfers, shown as a popup under the
-// Connection toolbar.
+// Board type, port (or WebREPL address and password), baud rate and fast
+// transfers, shown as a popup under the Connection toolbar.
 class ConnectionPopup : public QFrame {
     Q_OBJECT
 public:
@@ -24,6 +25,10 @@ public:
     QString serialNumber() const;
     void setup(QSerialPort* port, QString* serial) const;
     bool applied() const { return m_applied; }
+    // A ws:// address reaches the board over WebREPL, which asks for a password.
+    bool webRepl() const;
+    QString password() const;
+    bool rememberPassword() const;
 
 signals:
     void done();
@@ -42,6 +47,8 @@ private:
     QComboBox* m_portsCombo;
     QComboBox* m_baudCombo;
     QCheckBox* m_fastTransfers;
+    QLineEdit* m_password;
+    QCheckBox* m_remember;
     QToolButton* m_applyButton;
     QString m_offered;
     bool m_applied = false;

@@ -11,6 +11,7 @@
 #include "remoteedit.h"
 #include "replline.h"
 #include "scrollback.h"
+#include "secretstore.h"
 #include "sync/synchronizer.h"
 #include "syncflow.h"
 #include "themedetector.h"
@@ -323,6 +324,17 @@ void PelkamWindow::checkUpdate()
         logAppend(tr("Updates come from the system's package manager"));
 }
 
+void PelkamWindow::rememberPassword(const QString& address, const QString& password, bool remember)
+{
+    if (!remember) {
+        SecretStore::remove(address);
+        return;
+    }
+    QString problem;
+    if (!SecretStore::write(address, password, &problem))
+        logAppend(tr("No secret store took the password (%1): it is asked again next time").arg(problem));
+}
+
 bool PelkamWindow::connectTo(const BoardLink::PortSettings& settings)
 {
     return m_link.connectToBoard(settings, action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked(),
@@ -354,6 +366,10 @@ void PelkamWindow::on_actionConnect_triggered()
     settings.serialNumber = popup.serialNumber();
     settings.baud = popup.baud();
     settings.type = popup.type() == MC_ESP32 ? MC_ESP32 : MC_STM32;
+    if (popup.webRepl()) {
+        settings.password = popup.password();
+        rememberPassword(settings.name, settings.password, popup.rememberPassword());
+    }
     connectTo(settings);
 }
 

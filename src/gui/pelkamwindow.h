@@ -108,6 +108,8 @@ public slots:
 
     // Opens the link with the given settings, as the popup's apply does.
     bool connectTo(const BoardLink::PortSettings& settings);
+    // Keeps or forgets a WebREPL password in the desktop's secret store.
+    void rememberPassword(const QString& address, const QString& password, bool remember);
 
 protected:
     void closeEvent(QCloseEvent* event) override;
