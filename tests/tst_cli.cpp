@@ -3,8 +3,8 @@
 
 #include <QCryptographicHash>
 #include <QDirIterator>
-#include <QProcess>
 #include <QElapsedTimer>
+#include <QProcess>
 #include <QSet>
 #include <QtTest>
 
@@ -14,6 +14,8 @@
 class TestCli : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
+    static constexpr char kPassword[] = "s3cret-pw";
+    static QStringList webRepl() { return {"--webrepl", "0", "--password", kPassword}; }
 
     struct Run {
         int code;
@@ -34,6 +36,8 @@ private slots:
     {
         isolateSettings(m_dir);
         qputenv("XDG_CONFIG_HOME", m_dir.path().toLocal8Bit());
+        // WebREPL boards below are served with this password.
+        qputenv("PELKAM_WEBREPL_PASSWORD", kPassword);
         QVERIFY(!qgetenv("PELKAM_CLI").isEmpty());
     }
 
@@ -53,9 +57,17 @@ private slots:
         QCOMPARE(cli({"--port", m_dir.filePath("no-such-device"), "info"}).code, 1);
     }
 
+    void everyCommand_data()
+    {
+        QTest::addColumn<QStringList>("boardArgs");
+        QTest::newRow("serial") << QStringList();
+        QTest::newRow("webrepl") << webRepl();
+    }
+
     void everyCommand()
     {
-        VirtualBoard board(QStringLiteral("esp32"));
+        QFETCH(QStringList, boardArgs);
+        VirtualBoard board(QStringLiteral("esp32"), boardArgs);
         QVERIFY(board.isRunning());
         const QStringList port{"--port", board.path(), "--type", "esp32"};
         Run r = cli(port + QStringList{"info"});
@@ -178,8 +190,9 @@ void TestCli::installAndSync()
 
 void TestCli::mirrorAndIgnore()
 {
-    VirtualBoard board(QStringLiteral("esp32"), {},
-                       {{"app/main.py", "old"}, {"app/old.py", "x"}, {"app/olddir/sub/y.py", "y"}, {"app/secrets/key.txt", "k"}});
+    VirtualBoard board(
+        QStringLiteral("esp32"), {},
+        {{"app/main.py", "old"}, {"app/old.py", "x"}, {"app/olddir/sub/y.py", "y"}, {"app/secrets/key.txt", "k"}});
     QVERIFY(board.isRunning());
     QTemporaryDir project;
     const QMap<QString, QByteArray> tree{{"main.py", "m"},
@@ -268,19 +281,23 @@ void TestCli::backupAndRestore_data()
 {
     QTest::addColumn<QString>("flavour");
     QTest::addColumn<QString>("root");
+    QTest::addColumn<QStringList>("boardArgs");
     QTest::newRow("stm32") << "stm32"
-                           << "/flash";
+                           << "/flash" << QStringList();
     QTest::newRow("esp32") << "esp32"
-                           << "/";
+                           << "/" << QStringList();
+    QTest::newRow("esp32 over WebREPL") << "esp32"
+                                        << "/" << webRepl();
 }
 
 void TestCli::backupAndRestore()
 {
     QFETCH(QString, flavour);
     QFETCH(QString, root);
+    QFETCH(QStringList, boardArgs);
     QMap<QString, QByteArray> seed = seedFiles();
     seed.insert("empty/", {});
-    VirtualBoard board(flavour, {}, seed);
+    VirtualBoard board(flavour, boardArgs, seed);
     QVERIFY(board.isRunning());
     seed.remove("empty/");
     QTemporaryDir out;
@@ -297,7 +314,7 @@ void TestCli::backupAndRestore()
     QCOMPARE(cli({"--port", board.path(), "--type", flavour, "backup", root, local, "--force"}).code, 0);
 
     // Restoring is a sync into a fresh board, here with fast transfers.
-    VirtualBoard fresh(flavour);
+    VirtualBoard fresh(flavour, boardArgs);
     QVERIFY(fresh.isRunning());
     r = cli({"--port", fresh.path(), "--type", flavour, "--fast", "sync", local, root});
     QVERIFY2(r.code == 0, r.err.constData());
@@ -361,7 +378,8 @@ void TestCli::stopSignals()
     QVERIFY(board.isRunning());
     const QStringList port{"--port", board.path(), "--type", "esp32"};
     // A script that prints forever: SIGINT ends it and leaves a board that answers.
-    const QString loop = writeFile(m_dir.filePath("loop.py"), "import time\nwhile 1:\n print('tick')\n time.sleep(0.02)\n");
+    const QString loop =
+        writeFile(m_dir.filePath("loop.py"), "import time\nwhile 1:\n print('tick')\n time.sleep(0.02)\n");
     {
         Background exec(port + QStringList{"exec", loop});
         QVERIFY2(waitFor([&] { return exec.out.count("tick") > 5; }, 30000), exec.err.constData());
@@ -441,8 +459,9 @@ void TestCli::linksAndMounts()
     Run r = cli(port + QStringList{"sync", project.path(), "/flash/app", "--delete"});
     QVERIFY2(r.code == 0, r.err.constData());
     QCOMPARE(r.out, QByteArray("a.py\nalias.py\n"));
-    for (const char* line : {"Skipping x - a link to a folder is not followed", "Skipping dang - the link leads nowhere",
-                             "Skipping out - the link leads out of the folder"})
+    for (const char* line :
+         {"Skipping x - a link to a folder is not followed", "Skipping dang - the link leads nowhere",
+          "Skipping out - the link leads out of the folder"})
         QVERIFY2(r.err.contains(line), r.err.constData());
     const QMap<QString, QByteArray> app = files(board.dump() + "/app");
     QCOMPARE(app, (QMap<QString, QByteArray>{{"a.py", "a"}, {"alias.py", "a"}, {"x/a.py", "old"}, {"out", "o"}}));

@@ -3,16 +3,16 @@
 #include "link/webrepltransport.h"
 
 #include <QCoreApplication>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QProcess>
 #include <QTextStream>
 #include <QTimer>
-#include <QElapsedTimer>
 
 #include <QDir>
 #include <QFileInfo>
-#include <QUrl>
 #include <QSocketNotifier>
+#include <QUrl>
 
 #include <csignal>
 #include <fcntl.h>
@@ -34,7 +34,7 @@ void requestStop(int signal)
 }
 // Options that take a value, so their values are not taken for arguments.
 const QStringList kValueOptions{QStringLiteral("port"), QStringLiteral("type"), QStringLiteral("baud"),
-                                 QStringLiteral("password-file")};
+                                QStringLiteral("password-file")};
 } // namespace
 
 void installStopHandlers()
@@ -203,8 +203,8 @@ int runOnEveryPort(const QStringList& ports, int localArg, bool localIsFolder)
         const bool ok = b.process->error() != QProcess::FailedToStart &&
                         b.process->exitStatus() == QProcess::NormalExit && b.process->exitCode() == 0;
         failed += ok ? 0 : 1;
-        err << b.port << ": " << (ok ? QStringLiteral("ok") : QStringLiteral("failed (exit %1)").arg(b.process->exitCode()))
-            << '\n';
+        err << b.port << ": "
+            << (ok ? QStringLiteral("ok") : QStringLiteral("failed (exit %1)").arg(b.process->exitCode())) << '\n';
     }
     err << boards.size() - failed << " of " << boards.size() << " boards succeeded\n" << Qt::flush;
     if (stopRequested())

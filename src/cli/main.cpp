@@ -13,11 +13,11 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
 #include <QRegularExpression>
-#include <QElapsedTimer>
 #include <QTextStream>
 #include <QTimer>
 
@@ -90,7 +90,6 @@ left at its prompt, a partly downloaded file is removed.
 
 Exit status: 0 success, 1 the operation failed (on any board), 2 usage error,
 130 or 143 ended by SIGINT or SIGTERM.)";
-
 
 QString plain(QString html)
 {

@@ -37,6 +37,7 @@ struct BoardSession {
         BoardLink::PortSettings s;
         s.name = board.path();
         s.type = type;
+        s.password = password;
         return s;
     }
 
@@ -74,4 +75,5 @@ struct BoardSession {
 
     MC_TYPES type = MC_STM32;
     bool infoDone = false;
+    QString password; // for a board served over WebREPL
 };

@@ -655,6 +655,46 @@ void measurePlot(QTextStream& out)
            QStringLiteral("memory growth over ten more minutes of lines at that rate (goal: flat)"));
 }
 
+// The same board over WebREPL on this machine's loopback: what the transport
+// and its flow control cost, beside the serial figures of the same run.
+void measureWebRepl(const QTemporaryDir& dir, QTextStream& out)
+{
+    const QStringList served{QStringLiteral("--polite"), QStringLiteral("--webrepl"), QStringLiteral("0"),
+                             QStringLiteral("--password"), QStringLiteral("bench-pw")};
+    BoardSession s(QStringLiteral("esp32"), served);
+    s.password = QStringLiteral("bench-pw");
+    if (!s.open()) {
+        out << "webrepl: the board did not answer\n";
+        return;
+    }
+    const QString big = writeFile(dir, QStringLiteral("webrepl-big.bin"), kBigFile);
+    QElapsedTimer t;
+    t.start();
+    const bool up = s.files.upload(big, QStringLiteral("/big.bin"));
+    const double upload = up ? kBigFile / seconds(t) : 0;
+    t.restart();
+    const bool down = s.files.download(QStringLiteral("/big.bin"), dir.filePath(QStringLiteral("webrepl-back.bin"))) &&
+                      s.files.lastDownloadOk();
+    const double download = down ? kBigFile / seconds(t) : 0;
+
+    const QString root = dir.filePath(QStringLiteral("webrepl-project"));
+    writeProject(root, kSyncFiles, 0);
+    Synchronizer sync(s.files);
+    Synchronizer::Options options;
+    options.createDirs = true;
+    t.restart();
+    const bool synced =
+        sync.synchronize(root, QStringLiteral("/app/"), Synchronizer::collectSyncFiles(root, QString(), true), options);
+    const double first = synced ? seconds(t) : -1;
+    const QString group = QStringLiteral("webrepl");
+    figure(out, group, QStringLiteral("webrepl_upload_Bps"), upload, 0, QStringLiteral("B/s"),
+           QStringLiteral("upload of 200 kB over WebREPL on the loopback, default mode"));
+    figure(out, group, QStringLiteral("webrepl_download_Bps"), download, 0, QStringLiteral("B/s"),
+           QStringLiteral("download of 200 kB over WebREPL on the loopback"));
+    figure(out, group, QStringLiteral("webrepl_sync_first_s"), first, 2, QStringLiteral("s"),
+           QStringLiteral("first copy of the 50-file project over WebREPL, default mode"));
+}
+
 int main(int argc, char* argv[])
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -666,8 +706,8 @@ int main(int argc, char* argv[])
     const int write = args.indexOf(QStringLiteral("--write"));
     const int only = args.indexOf(QStringLiteral("--only"));
     const QString group = only >= 0 ? args.value(only + 1) : QString();
-    const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"), QStringLiteral("packages"),
-                             QStringLiteral("editor"), QStringLiteral("terminal")};
+    const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"),   QStringLiteral("packages"),
+                             QStringLiteral("webrepl"),  QStringLiteral("editor"), QStringLiteral("terminal")};
     if (only >= 0 && !groups.contains(group)) {
         QTextStream(stderr) << "pelkam-benchmark: --only takes one of " << groups.join(QStringLiteral(", ")) << '\n';
         return 2;
@@ -683,6 +723,8 @@ int main(int argc, char* argv[])
     }
     if (wanted("packages"))
         measurePackages(dir, out);
+    if (wanted("webrepl"))
+        measureWebRepl(dir, out);
     if (wanted("editor"))
         measureEditor(out);
     if (wanted("terminal")) {

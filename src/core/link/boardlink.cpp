@@ -52,7 +52,9 @@ constexpr unsigned kFatalErrorMask = 0x3380;
 
 // Raw-paste mode (MicroPython 1.14 and later): Ctrl-E "A" Ctrl-A asks for it;
 // the board answers "R" and 1 when it takes it, then the window as 16 bits.
-const QByteArray kRawPasteRequest = QByteArrayLiteral("\x05" "A" "\x01");
+const QByteArray kRawPasteRequest = QByteArrayLiteral("\x05"
+                                                      "A"
+                                                      "\x01");
 constexpr char kWindowGrant = 0x01;
 constexpr char kEndOfData = 0x04;
 constexpr int kRawPasteTimeoutMs = 5000;
@@ -171,8 +173,8 @@ bool BoardLink::sendWindowed(const QByteArray& data)
 {
     // A raw REPL command (pasted scripts and calls end with Ctrl-D): longer
     // ones go out in the windows the board grants.
-    if (m_state == MC_RAW && data.size() > kShortCommand && data.endsWith(kEndOfData) &&
-        !data.startsWith(kCtrlC) && m_rawPaste != RawPasteNo)
+    if (m_state == MC_RAW && data.size() > kShortCommand && data.endsWith(kEndOfData) && !data.startsWith(kCtrlC) &&
+        m_rawPaste != RawPasteNo)
         return rawPaste(data.chopped(1));
     const int window = m_transport->inputWindow();
     int sent = 0;
@@ -776,8 +778,7 @@ void BoardLink::tryReconnect()
     // A network board has no port to look for: try its address.
     if (overWebRepl())
         found = m_lastPortName;
-    const QList<QSerialPortInfo> ports =
-        found.isEmpty() ? QSerialPortInfo::availablePorts() : QList<QSerialPortInfo>();
+    const QList<QSerialPortInfo> ports = found.isEmpty() ? QSerialPortInfo::availablePorts() : QList<QSerialPortInfo>();
     for (const QSerialPortInfo& info : ports) {
         const bool same = m_settings.serialNumber.isEmpty() ? info.portName() == m_lastPortName
                                                             : info.serialNumber() == m_settings.serialNumber;

@@ -147,8 +147,8 @@ private:
     void findRestart();
 
     std::unique_ptr<BoardTransport> m_transport;
-    bool m_pasting = false;  // raw-paste in flight: bytes are only buffered
-    int m_rawPaste = -1;     // the board's raw-paste support: unknown, no, yes
+    bool m_pasting = false; // raw-paste in flight: bytes are only buffered
+    int m_rawPaste = -1;    // the board's raw-paste support: unknown, no, yes
     MC_STATE m_state = MC_UNKNOWN;
     MC_TYPES m_type = MC_STM32;
     QByteArray m_buffer;

@@ -400,8 +400,10 @@ async function startBoard(keptRelay = null) {
     });
   });
   board = { worker, relay: keptRelay, ctl, ring };
-  ready.then(() => webreplUp()).catch(() => {});
-  if (keptRelay) return ready;
+  if (keptRelay) {
+    ready.then(() => webreplUp()).catch(() => {});
+    return ready;
+  }
   // Like USB enumeration, the port appears once the board has booted, or
   // after a second when boot.py or main.py keeps running.
   await Promise.race([ready, new Promise((r) => setTimeout(r, kPortAppearsMs))]);
@@ -409,12 +411,13 @@ async function startBoard(keptRelay = null) {
   const relay = await startRelay();
   board.relay = relay;
   relay.stdout.on("data", onPcBytes);
-  await ready;
+  // boot.py starts WebREPL, so it answers even while main.py runs.
+  await webreplUp();
   if (!announced) {
     announced = true;
-    if (opts.webrepl >= 0) await webreplUp();
     process.stdout.write((opts.webrepl >= 0 ? `ws://127.0.0.1:${webreplPort}` : opts.link) + "\n");
   }
+  await ready;
 }
 
 async function stopBoard() {
