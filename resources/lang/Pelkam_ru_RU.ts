@@ -293,6 +293,10 @@
         <source>Reconnection attempts exhausted</source>
         <translation>Попытки переподключения исчерпаны</translation>
     </message>
+    <message>
+        <source>DFU is not possible over WebREPL: connect the board with a USB cable</source>
+        <translation>DFU невозможен через WebREPL: подключите плату кабелем USB</translation>
+    </message>
 </context>
 <context>
     <name>CodeEditor</name>
@@ -348,20 +352,36 @@
         <translation>Тип платы</translation>
     </message>
     <message>
-        <source>Serial port or device path</source>
-        <translation>Последовательный порт или путь к устройству</translation>
-    </message>
-    <message>
         <source>Baud rate</source>
         <translation>Скорость обмена</translation>
     </message>
     <message>
-        <source>Port or device path</source>
-        <translation>Порт или путь к устройству</translation>
-    </message>
-    <message>
         <source>Fast transfers</source>
         <translation>Быстрая передача</translation>
+    </message>
+    <message>
+        <source>Port, device path or ws://HOST</source>
+        <translation>Порт, путь к устройству или ws://HOST</translation>
+    </message>
+    <message>
+        <source>WebREPL password</source>
+        <translation>Пароль WebREPL</translation>
+    </message>
+    <message>
+        <source>The password set on the board with &quot;import webrepl_setup&quot;</source>
+        <translation>Пароль, заданный на плате командой «import webrepl_setup»</translation>
+    </message>
+    <message>
+        <source>Remember password</source>
+        <translation>Запомнить пароль</translation>
+    </message>
+    <message>
+        <source>Keep the password in the desktop&apos;s secret store, never in Pelkam&apos;s settings</source>
+        <translation>Хранить пароль в хранилище секретов рабочего стола, а не в настройках Pelkam</translation>
+    </message>
+    <message>
+        <source>Serial port, device path or WebREPL address (ws://HOST[:PORT])</source>
+        <translation>Последовательный порт, путь к устройству или адрес WebREPL (ws://HOST[:PORT])</translation>
     </message>
 </context>
 <context>
@@ -848,6 +868,10 @@ If not, it will be uploaded to
         <source>View</source>
         <translation>Вид</translation>
     </message>
+    <message>
+        <source>No secret store took the password (%1): it is asked again next time</source>
+        <translation>Хранилище секретов не приняло пароль (%1): в следующий раз он будет запрошен снова</translation>
+    </message>
 </context>
 <context>
     <name>PlotterView</name>
@@ -1272,6 +1296,45 @@ If not, it will be uploaded to
     <message>
         <source>Skipping %1 - its PC folder cannot be read or is a link</source>
         <translation>Пропуск %1 — папка на ПК не читается или является ссылкой</translation>
+    </message>
+</context>
+<context>
+    <name>WebReplTransport</name>
+    <message>
+        <source>%1 is not a WebREPL address (ws://HOST[:PORT])</source>
+        <translation>%1 — не адрес WebREPL (ws://HOST[:PORT])</translation>
+    </message>
+    <message>
+        <source>the board did not answer in time</source>
+        <translation>плата не ответила вовремя</translation>
+    </message>
+    <message>
+        <source>the board refused the WebREPL password</source>
+        <translation>плата отклонила пароль WebREPL</translation>
+    </message>
+    <message>
+        <source>the board asks for a WebREPL password and none was given</source>
+        <translation>плата запрашивает пароль WebREPL, а он не задан</translation>
+    </message>
+    <message>
+        <source>The board accepts one WebREPL client at a time</source>
+        <translation>Плата принимает только одного клиента WebREPL одновременно</translation>
+    </message>
+    <message>
+        <source>the board closed the connection</source>
+        <translation>плата закрыла соединение</translation>
+    </message>
+    <message>
+        <source>The WebREPL connection closed</source>
+        <translation>Соединение WebREPL закрыто</translation>
+    </message>
+    <message>
+        <source>The WebREPL connection closed: the board sent a character cut in two, which Qt&apos;s websockets refuse</source>
+        <translation>Соединение WebREPL закрыто: плата прислала символ, разрезанный надвое, а веб-сокеты Qt такое не принимают</translation>
+    </message>
+    <message>
+        <source>bytes that are not UTF-8 text cannot be sent over WebREPL</source>
+        <translation>байты, не являющиеся текстом UTF-8, нельзя отправить через WebREPL</translation>
     </message>
 </context>
 <context>
