@@ -119,6 +119,22 @@ void TestWebRepl::softResetAndVanishing()
     QVERIFY(s.logged(QStringLiteral("Connected to ws://")));
     QVERIFY(s.link.isOpen());
 
+    // Reset: the board's server goes away while it boots, and the link finds it again.
+    s.log.clear();
+    s.infoDone = false;
+    s.link.reset();
+    QVERIFY2(waitFor([&] { return s.infoDone; }, 20000), qPrintable(s.log.join('\n')));
+    QVERIFY(s.logged(QStringLiteral("Reconnect attempt")));
+    QVERIFY(s.link.abort());
+
+    // Monitor Only and the REPL line: what the board prints reaches the Terminal.
+    s.link.connectionClosed();
+    QVERIFY(s.link.connectToBoard(s.settings(), false, false));
+    QVERIFY(waitFor([&] { return s.terminal.join('\n').contains(QStringLiteral("Opened connection to ws://")); }));
+    QVERIFY(s.link.write("\x03print(6*7)\r\n"));
+    QVERIFY(waitFor([&] { return s.terminal.contains(QStringLiteral("42")); }));
+    QVERIFY(s.link.mc_stop(true) == MC_STOPPED);
+
     // The board vanishes in the middle of an upload: the upload fails with
     // one line and returns, nothing waits forever.
     s.link.setAutomaticReconnect(false);
