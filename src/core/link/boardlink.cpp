@@ -61,6 +61,16 @@ constexpr int kRawPasteTimeoutMs = 5000;
 // Commands this short go out in one piece; the raw REPL reads them at once.
 constexpr int kShortCommand = 128;
 enum RawPaste { RawPasteUnknown = -1, RawPasteNo = 0, RawPasteYes = 1 };
+
+// At most max bytes of data from offset, never ending inside a UTF-8
+// character: each piece is one WebREPL text message.
+int wholeCharacters(const QByteArray& data, int offset, int max)
+{
+    int n = qMin(max, data.size() - offset);
+    while (n > 1 && offset + n < data.size() && (static_cast<unsigned char>(data.at(offset + n)) & 0xC0) == 0x80)
+        --n;
+    return n;
+}
 } // namespace
 
 BoardLink::BoardLink(QObject* parent) : QObject(parent)
@@ -183,10 +193,7 @@ bool BoardLink::sendWindowed(const QByteArray& data)
         // what came before; a board that reads without answering gets a moment.
         if (sent > 0 && !qDelay(kChunkGapMs))
             return false;
-        int n = qMin(window, data.size() - sent);
-        // Never cut a UTF-8 character: each piece is one text message.
-        while (n > 1 && sent + n < data.size() && (static_cast<unsigned char>(data.at(sent + n)) & 0xC0) == 0x80)
-            --n;
+        const int n = wholeCharacters(data, sent, window);
         if (!m_transport->send(data.mid(sent, n)))
             return false;
         sent += n;
@@ -263,9 +270,7 @@ bool BoardLink::rawPaste(const QByteArray& code)
                 return false;
             continue;
         }
-        int n = qMin(remain, code.size() - sent);
-        while (n > 1 && sent + n < code.size() && (static_cast<unsigned char>(code.at(sent + n)) & 0xC0) == 0x80)
-            --n;
+        const int n = wholeCharacters(code, sent, remain);
         if (!m_transport->send(code.mid(sent, n)))
             return false;
         remain -= n;
