@@ -326,10 +326,18 @@ void TestBoardFiles::wireBytes()
     const QString local = writeLocal(QStringLiteral("w.txt"), "hello!");
     const auto script = [](const char* name) { return readFile(QStringLiteral(":/data/") + name) + '\x04'; };
     const QByteArray packets("!0000000008aGVsbG8h@0000000698");
+    // Fast transfers paste their script in raw-paste mode; this board grants
+    // one window larger than the script.
+    const QByteArray rawPaste("\x05"
+                              "A\x01");
     const auto expectUpload = [&](const QByteArray& paste, bool askCapability) {
         device.clearReceived();
-        if (!paste.isEmpty())
+        if (paste.startsWith(rawPaste)) {
+            device.addStep(rawPaste, QByteArray("R\x01\xff\xff", 4));
+            device.addStep(paste.mid(rawPaste.size()), "\x04\x04\x04>");
+        } else if (!paste.isEmpty()) {
             device.addStep(paste, "OK\x04\x04>");
+        }
         if (askCapability)
             device.addStep("_fcap()\x04", "OK1\r\n\x04\x04>");
         device.addStep("!0000000008", "OK#9>");
@@ -346,19 +354,37 @@ void TestBoardFiles::wireBytes()
     // board that restarted gets it again.
     files.setFastTransfers(true);
     const QByteArray call("_fup('/flash/w.txt', 512, 0, 6, 565)\x04");
-    const QByteArray fast = script("fast.py") + "_fcap()\x04";
+    const QByteArray fast = rawPaste + script("fast.py") + "_fcap()\x04";
     for (int round = 0; round < 2; ++round) {
         if (round == 1) {
             device.send("\r\nMPY: soft reboot\r\n");
             QVERIFY(waitFor([&] { return link.pendingBuffer().contains("soft reboot"); }));
         }
-        expectUpload(script("fast.py"), true);
+        expectUpload(rawPaste + script("fast.py"), true);
         QVERIFY2(files.upload(local, QStringLiteral("/flash/w.txt")), qPrintable(log.join(QLatin1Char(10))));
         QCOMPARE(device.received(), fast + call + packets);
         expectUpload({}, false);
         QVERIFY(files.upload(local, QStringLiteral("/flash/w.txt")));
         QCOMPARE(device.received(), call + packets);
     }
+
+    // A board older than raw-paste takes the request's Ctrl-A as a fresh raw
+    // REPL: the script then goes as in the default mode, and is never offered again.
+    TranscriptDevice older;
+    BoardLink oldLink;
+    BoardFiles oldFiles(oldLink);
+    settings.name = older.path();
+    QVERIFY(oldLink.connectToBoard(settings, false, false));
+    QCoreApplication::processEvents();
+    oldLink.setState(MC_RAW);
+    oldFiles.setFastTransfers(true);
+    older.addStep(rawPaste, "raw REPL; CTRL-B to exit\r\n>");
+    older.addStep(script("fast.py"), "OK\x04\x04>");
+    older.addStep("_fcap()\x04", "OK0\r\n\x04\x04>");
+    const QByteArray longCall = "_fmk('/flash/" + QByteArray(130, 'd') + "')\x04";
+    older.addStep(longCall, "OK\x04\x04>");
+    QVERIFY(oldFiles.mc_mkdir(QStringLiteral("/flash/") + QString(130, QLatin1Char('d'))));
+    QCOMPARE(older.received(), rawPaste + script("fast.py") + "_fcap()\x04" + longCall);
 }
 
 void TestBoardFiles::fastTransfers()

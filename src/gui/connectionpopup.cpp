@@ -75,6 +75,14 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     layout->addWidget(m_applyButton);
 
     connect(m_portsCombo, &QComboBox::editTextChanged, this, &ConnectionPopup::updateApply);
+    // WebREPL runs on ESP32 and ESP8266 boards: typing an address picks that
+    // type once; the user may still change it.
+    connect(m_portsCombo->lineEdit(), &QLineEdit::textEdited, this, [this](const QString& text) {
+        const bool network = WebReplTransport::isAddress(text);
+        if (network && !m_typedAddress)
+            m_mcCombo->setCurrentIndex(1);
+        m_typedAddress = network;
+    });
     connect(m_password, &QLineEdit::textChanged, this, &ConnectionPopup::updateApply);
     connect(m_password, &QLineEdit::returnPressed, this, [this] {
         if (m_applyButton->isEnabled())
@@ -98,8 +106,9 @@ void ConnectionPopup::readSettings()
     if (!m_offered.isEmpty() && m_portsCombo->findText(m_offered) < 0)
         m_portsCombo->addItem(m_offered, QString());
     QString text = settings.value(QStringLiteral("UI/Port"), m_portsCombo->itemText(0)).toString();
-    // A remembered board that is gone is not offered as if it were there.
-    if (m_portsCombo->findText(text) < 0 && !isDevicePath(text))
+    // A remembered board that is gone is not offered as if it were there; a
+    // network address cannot be checked before connecting, so it stays.
+    if (m_portsCombo->findText(text) < 0 && !isDevicePath(text) && !WebReplTransport::isAddress(text))
         text = m_portsCombo->itemText(0);
     if (!m_offered.isEmpty())
         text = m_offered;
@@ -107,6 +116,7 @@ void ConnectionPopup::readSettings()
     if (index >= 0)
         m_portsCombo->setCurrentIndex(index);
     m_portsCombo->setEditText(text);
+    m_typedAddress = webRepl();
     m_remember->setChecked(settings.value(QStringLiteral("WebREPL/RememberPassword"), false).toBool());
     if (webRepl() && m_remember->isChecked())
         m_password->setText(SecretStore::read(port()));

@@ -52,4 +52,5 @@ private:
     QToolButton* m_applyButton;
     QString m_offered;
     bool m_applied = false;
+    bool m_typedAddress = false; // the port box held a WebREPL address at the last keystroke
 };

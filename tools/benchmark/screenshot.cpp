@@ -6,6 +6,7 @@
 // PELKAM_SCREENSHOT_LANG=ru_RU shows the interface in that language.
 #include "boardsession.h"
 #include "codeeditordialog.h"
+#include "connectionpopup.h"
 #include "packages/packageinstaller.h"
 #include "pelkamwindow.h"
 #include "plotterview.h"
@@ -16,8 +17,10 @@
 
 #include <QAction>
 #include <QApplication>
+#include <QComboBox>
 #include <QDir>
 #include <QFileInfo>
+#include <QLineEdit>
 #include <QPalette>
 #include <QPixmap>
 #include <QProcess>
@@ -106,6 +109,18 @@ int main(int argc, char* argv[])
             preferences.show();
             waitFor([] { return false; }, 300);
             preferences.grab().save(dialogs + QStringLiteral("/preferences.png"));
+        }
+        {
+            // The Connect popup with a WebREPL address: a password in place of the baud rate.
+            ConnectionPopup popup;
+            popup.readSettings();
+            if (auto* port = popup.findChild<QComboBox*>(QStringLiteral("portsCombo")))
+                port->setEditText(QStringLiteral("ws://192.168.4.1"));
+            if (auto* password = popup.findChild<QLineEdit*>(QStringLiteral("passwordEdit")))
+                password->setText(QStringLiteral("secret"));
+            popup.show();
+            waitFor([] { return false; }, 300);
+            popup.grab().save(dialogs + QStringLiteral("/connection-webrepl.png"));
         }
         grabNextDialog(dialogs + QStringLiteral("/sync-dialog.png"));
         window.action(QStringLiteral("actionSync"))->trigger();

@@ -1,7 +1,7 @@
 #include "boardfiles.h"
 
+#include "link/replbytes.h"
 #include "mcdirmodel.h"
-#include "replbytes.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -10,7 +10,6 @@
 #include <QJsonObject>
 #include <QRegExp>
 #include <QSettings>
-
 
 using namespace replbytes;
 
@@ -44,7 +43,6 @@ constexpr int kVerifyBytesPerMs = 20;
 // when there was no room for a second copy.
 const QByteArray kInflateFailed = QByteArrayLiteral("#6");
 const QByteArray kWrittenInPlace = QByteArrayLiteral("in place");
-
 
 QString hexUpper(const QByteArray& bytes)
 {
@@ -207,7 +205,12 @@ bool BoardFiles::upload_script(const QString& path)
     const bool fast = fastTransfers();
     if (fast && m_pasted.contains(path))
         return true;
-    if (!m_link.tranceive(script + kCtrlD, kScriptTimeoutMs, false, kRawAccepted)) {
+    // Fast transfers paste their scripts with the board's flow control.
+    const bool pasting = m_link.pasteCommands();
+    m_link.setPasteCommands(fast);
+    const bool sent = m_link.tranceive(script + kCtrlD, kScriptTimeoutMs, false, kRawAccepted);
+    m_link.setPasteCommands(pasting);
+    if (!sent) {
         log(tr("Cannot upload script %1").arg(path));
         return false;
     }
@@ -375,7 +378,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
             continue;
         }
         log(m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28") ? tr("Not enough room on the board")
-                                                                                : failure);
+                                                                               : failure);
         recover();
         return false;
     }

@@ -2,7 +2,7 @@
 // REPL, deflated uploads, batched digests).
 #include "boardfiles.h"
 
-#include "replbytes.h"
+#include "link/replbytes.h"
 
 #include <QElapsedTimer>
 #include <QSettings>
@@ -74,7 +74,11 @@ QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
     *ok = false;
     m_lastCallError.clear();
     m_link.processQueue();
-    if (!m_link.write(call + kCtrlD))
+    const bool pasting = m_link.pasteCommands();
+    m_link.setPasteCommands(true);
+    const bool sent = m_link.write(call + kCtrlD);
+    m_link.setPasteCommands(pasting);
+    if (!sent)
         return {};
     // The raw REPL answers "OK", the output, Ctrl-D, any error text, Ctrl-D, ">".
     QByteArray all;
@@ -202,8 +206,8 @@ QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, 
             chars += batch.last().size();
         }
         // The hash script's own _hash, many files to one raw-REPL call.
-        const QByteArray call = "print(b' '.join(_hash(f) for f in [" + batch.join(QLatin1Char(',')).toLatin1() +
-                                "]).decode())";
+        const QByteArray call =
+            "print(b' '.join(_hash(f) for f in [" + batch.join(QLatin1Char(',')).toLatin1() + "]).decode())";
         bool ok = false;
         // A slow flash takes its time per file.
         const int timeout = kFastCallTimeoutMs + kPerFileMs * batch.size();

@@ -1,5 +1,6 @@
 #include "boardlink.h"
 
+#include "replbytes.h"
 #include "serialtransport.h"
 #include "webrepltransport.h"
 
@@ -9,16 +10,11 @@
 #include <QSerialPortInfo>
 #include <QSettings>
 
-namespace {
-constexpr char kCtrlA = 0x01; // enter raw REPL
-constexpr char kCtrlB = 0x02; // leave raw REPL / friendly REPL banner
-constexpr char kCtrlC = 0x03; // keyboard interrupt
+using namespace replbytes;
 
+namespace {
 const QByteArray kPrompt = QByteArrayLiteral(">>> ");
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
-const QByteArray kRawEnd = QByteArrayLiteral(">");
-const QByteArray kRawBanner = QByteArrayLiteral("raw REPL; CTRL-B to exit");
-const QByteArray kRawAccepted = QByteArrayLiteral("OK");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
 // An ESP32's ROM after a hard reset, and MicroPython's banner after any
@@ -34,7 +30,6 @@ const QByteArray kDfuCommand = QByteArrayLiteral("import machine; machine.dfu()\
 
 constexpr int kReplTimeoutMs = 5000;
 constexpr int kAbortTimeoutMs = 1000;
-constexpr int kChunkGapMs = 100;
 constexpr int kDrainStartMs = 100;
 constexpr int kDrainStepMs = 200;
 constexpr int kDrainLimitMs = 3000;
@@ -50,27 +45,6 @@ constexpr int kMaxTransferSize = 1024;
 // WriteError, ReadError, ResourceError, TimeoutError and NotOpenError.
 constexpr unsigned kFatalErrorMask = 0x3380;
 
-// Raw-paste mode (MicroPython 1.14 and later): Ctrl-E "A" Ctrl-A asks for it;
-// the board answers "R" and 1 when it takes it, then the window as 16 bits.
-const QByteArray kRawPasteRequest = QByteArrayLiteral("\x05"
-                                                      "A"
-                                                      "\x01");
-constexpr char kWindowGrant = 0x01;
-constexpr char kEndOfData = 0x04;
-constexpr int kRawPasteTimeoutMs = 5000;
-// Commands this short go out in one piece; the raw REPL reads them at once.
-constexpr int kShortCommand = 128;
-enum RawPaste { RawPasteUnknown = -1, RawPasteNo = 0, RawPasteYes = 1 };
-
-// At most max bytes of data from offset, never ending inside a UTF-8
-// character: each piece is one WebREPL text message.
-int wholeCharacters(const QByteArray& data, int offset, int max)
-{
-    int n = qMin(max, data.size() - offset);
-    while (n > 1 && offset + n < data.size() && (static_cast<unsigned char>(data.at(offset + n)) & 0xC0) == 0x80)
-        --n;
-    return n;
-}
 } // namespace
 
 BoardLink::BoardLink(QObject* parent) : QObject(parent)
@@ -97,7 +71,7 @@ void BoardLink::useTransport(std::unique_ptr<BoardTransport> transport)
         m_transport->close();
     }
     m_transport = std::move(transport);
-    m_rawPaste = RawPasteUnknown;
+    m_rawPaste = -1; // not known until the first paste
     connect(m_transport.get(), &BoardTransport::readyRead, this, &BoardLink::io_ready);
     if (auto* serial = qobject_cast<SerialTransport*>(m_transport.get())) {
         connect(serial, &SerialTransport::closing, this, &BoardLink::io_disconnected);
@@ -151,151 +125,6 @@ int BoardLink::safeTransferSize(int size)
 int BoardLink::transferSize()
 {
     return safeTransferSize(QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt());
-}
-
-bool BoardLink::write(const QByteArray& data)
-{
-    if (data.contains(kCtrlB))
-        m_bannerClock.start();
-    if (m_transport->inputWindow() > 0)
-        return sendWindowed(data);
-    const int chunk = transferSize();
-    int sent = 0;
-    while (isOpen() && sent < data.size()) {
-        if (sent > 0 && !qDelay(kChunkGapMs))
-            return false;
-        const int n = qMin(chunk, data.size() - sent);
-        if (!m_transport->send(data.mid(sent, n)))
-            return false;
-        sent += n;
-    }
-    return isOpen();
-}
-
-bool BoardLink::send(const QByteArray& data)
-{
-    if (m_transport->inputWindow() > 0)
-        return sendWindowed(data);
-    return m_transport->send(data);
-}
-
-bool BoardLink::sendWindowed(const QByteArray& data)
-{
-    // A raw REPL command (pasted scripts and calls end with Ctrl-D): longer
-    // ones go out in the windows the board grants.
-    if (m_state == MC_RAW && data.size() > kShortCommand && data.endsWith(kEndOfData) && !data.startsWith(kCtrlC) &&
-        m_rawPaste != RawPasteNo)
-        return rawPaste(data.chopped(1));
-    const int window = m_transport->inputWindow();
-    int sent = 0;
-    while (isOpen() && sent < data.size()) {
-        // Whatever the board answers (an echo, a prompt) shows it has read
-        // what came before; a board that reads without answering gets a moment.
-        if (sent > 0 && !qDelay(kChunkGapMs))
-            return false;
-        const int n = wholeCharacters(data, sent, window);
-        if (!m_transport->send(data.mid(sent, n)))
-            return false;
-        sent += n;
-    }
-    return isOpen();
-}
-
-bool BoardLink::rawPaste(const QByteArray& code)
-{
-    const int from = m_buffer.size();
-    m_pasting = true;
-    struct Done {
-        bool& flag;
-        ~Done() { flag = false; }
-    } done{m_pasting};
-    QByteArray fresh;
-    const auto take = [&](int timeoutMs) {
-        if (m_buffer.size() <= from + fresh.size() && waitLoop(timeoutMs, true, false) != 0)
-            return false;
-        fresh = m_buffer.mid(from);
-        return true;
-    };
-    const auto give = [&](int consumed) {
-        m_buffer.remove(from, consumed);
-        fresh.remove(0, consumed);
-    };
-    if (!m_transport->send(kRawPasteRequest))
-        return false;
-    while (fresh.size() < 2 || (fresh.startsWith("R\x01") && fresh.size() < 4)) {
-        if (fresh.contains(kRawBanner) || (fresh.size() >= 2 && !fresh.startsWith('R')))
-            break;
-        if (!take(kRawPasteTimeoutMs))
-            return false;
-    }
-    if (!fresh.startsWith("R\x01")) {
-        // An older board: "R" and 0, or a fresh raw REPL (it took Ctrl-A as a
-        // new start). Either way it waits for the command as usual.
-        m_rawPaste = RawPasteNo;
-        const int banner = fresh.indexOf(kRawBanner);
-        if (banner >= 0) {
-            while (fresh.indexOf(kRawEnd, banner) < 0)
-                if (!take(kRawPasteTimeoutMs))
-                    return false;
-            give(fresh.indexOf(kRawEnd, banner) + 1);
-        } else {
-            give(2);
-        }
-        m_pasting = false;
-        return sendWindowed(code + kEndOfData);
-    }
-    m_rawPaste = RawPasteYes;
-    const int window = static_cast<unsigned char>(fresh.at(2)) | static_cast<unsigned char>(fresh.at(3)) << 8;
-    give(4);
-    if (window <= 0)
-        return false;
-    int remain = window;
-    int sent = 0;
-    while (sent < code.size()) {
-        while (!fresh.isEmpty()) {
-            const char c = fresh.at(0);
-            give(1);
-            if (c == kWindowGrant) {
-                remain += window;
-            } else if (c == kEndOfData) {
-                // The board ended the paste itself (an interrupt): agree and stop.
-                m_transport->send(QByteArray(1, kEndOfData));
-                return false;
-            } else {
-                return false;
-            }
-        }
-        if (remain == 0) {
-            if (!take(kRawPasteTimeoutMs))
-                return false;
-            continue;
-        }
-        const int n = wholeCharacters(code, sent, remain);
-        if (!m_transport->send(code.mid(sent, n)))
-            return false;
-        remain -= n;
-        sent += n;
-        fresh = m_buffer.mid(from);
-    }
-    if (!m_transport->send(QByteArray(1, kEndOfData)))
-        return false;
-    // Grants may still come before the board acknowledges the end.
-    for (;;) {
-        while (!fresh.isEmpty() && fresh.at(0) == kWindowGrant)
-            give(1);
-        if (!fresh.isEmpty())
-            break;
-        if (!take(kRawPasteTimeoutMs))
-            return false;
-    }
-    if (fresh.at(0) != kEndOfData)
-        return false;
-    // From here the board answers as the raw REPL does after "OK": say so,
-    // so that nothing above can tell a paste from a typed command.
-    m_buffer.replace(from, 1, kRawAccepted);
-    m_pasting = false;
-    splitByState();
-    return true;
 }
 
 int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)

@@ -43,6 +43,10 @@ public:
     // The chunk size for data sent to a running board script: transferSize(),
     // or less where the board's input buffer is smaller.
     int chunkSize() const;
+    // Long raw REPL commands in raw-paste mode where the board has it (always
+    // over WebREPL): no fixed waits, and never more than the board can take.
+    void setPasteCommands(bool on) { m_pasteCommands = on; }
+    bool pasteCommands() const { return m_pasteCommands; }
 
     bool write(const QByteArray& data);
     // Sends data and waits for the end of the reply (eod) at most timeoutMs.
@@ -136,7 +140,10 @@ private:
     bool send(const QByteArray& data);
     bool sendWindowed(const QByteArray& data);
     // MicroPython's raw-paste mode: code goes out in windows the board grants.
-    bool rawPaste(const QByteArray& code);
+    // Pasted, failed, or refused by a board without it (then sent as usual).
+    int rawPaste(const QByteArray& code);
+    // rawPaste() for a long raw REPL command where it applies, else refused.
+    int pasteLong(const QByteArray& data);
     void splitByState();
     void useTransport(std::unique_ptr<BoardTransport> transport);
     void appendLine(const QByteArray& line);
@@ -148,7 +155,8 @@ private:
 
     std::unique_ptr<BoardTransport> m_transport;
     bool m_pasting = false; // raw-paste in flight: bytes are only buffered
-    int m_rawPaste = -1;    // the board's raw-paste support: unknown, no, yes
+    bool m_pasteCommands = false;
+    int m_rawPaste = -1; // the board's raw-paste support: unknown, no, yes
     MC_STATE m_state = MC_UNKNOWN;
     MC_TYPES m_type = MC_STM32;
     QByteArray m_buffer;

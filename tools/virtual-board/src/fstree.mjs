@@ -4,7 +4,7 @@ import fs from "node:fs";
 import path from "node:path";
 
 export const RING_SIZE = 1 << 22;
-export const CTL = { write: 0, read: 1, seq: 2, cmdDump: 3, dumpDone: 4, never: 5, cmdUnplug: 6, cmdHardReset: 7, size: 8 };
+export const CTL = { write: 0, read: 1, seq: 2, cmdDump: 3, dumpDone: 4, never: 5, cmdUnplug: 6, cmdHardReset: 7, cmdFile: 8, size: 9 };
 
 export function snapshotTree(FS, root = "/board") {
   const entries = [];

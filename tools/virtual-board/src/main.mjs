@@ -393,6 +393,7 @@ async function startBoard(keptRelay = null) {
       else if (m.type === "out") onBoardBytes(m.data);
       else if (m.type === "reset" || m.type === "dfu") onLeave(m);
       else if (m.type === "softreset") dropWebReplClient();
+      else if (m.type === "file") fileAnswered(m);
     });
     worker.on("error", (e) => {
       log(`board crashed: ${e.stack || e}`);
@@ -501,7 +502,7 @@ let utf8Tail = Buffer.alloc(0);
 // Each board write is a text message of its own. A character is never cut
 // between two messages here (Qt's websockets refuse such a message).
 function toWebRepl(data) {
-  if (!webreplClient || !webreplClient.loggedIn || data.length === 0) return;
+  if (!webreplClient || !webreplClient.loggedIn || webreplClient.deactivated || data.length === 0) return;
   let buf = Buffer.concat([utf8Tail, data]);
   let cut = buf.length;
   let back = 0;
@@ -525,10 +526,10 @@ function dropWebReplClient() {
 }
 
 function attachWebRepl(ws) {
-  const client = { ws, loggedIn: false, typed: "" };
+  const client = { ws, loggedIn: false, typed: "", deactivated: false, file: newFileState() };
   webreplClient = client;
   ws.on("message", (data, isBinary) => {
-    if (webreplClient !== client) return;
+    if (webreplClient !== client || client.deactivated) return;
     const buf = Buffer.isBuffer(data) ? data : Buffer.from(data);
     if (!client.loggedIn) {
       client.typed += buf.toString("latin1");
@@ -545,9 +546,8 @@ function attachWebRepl(ws) {
       }
       return;
     }
-    // Binary messages are the file protocol, which this board does not serve.
-    if (isBinary) return;
-    onPcBytes(buf);
+    if (isBinary) onFileBytes(client, buf);
+    else onPcBytes(buf);
   });
   ws.on("close", () => { if (webreplClient === client) webreplClient = null; });
   ws.on("error", () => {});
@@ -573,6 +573,135 @@ function webreplUp() {
       webreplPort = server.address().port;
       resolve();
     });
+  });
+}
+
+// ---- WebREPL's binary file protocol: an 82-byte "WA" request, "WB" answers ----
+const kFileHeader = 82;
+const kFilePut = 1;
+const kFileGet = 2;
+const kFileVersion = 3;
+const kGetPiece = 256;
+const kVersion = [1, 27, 0];
+const fileRequests = new Map();
+let nextFileRequest = 1;
+
+function newFileState() {
+  return { state: "header", header: Buffer.alloc(0), pending: Buffer.alloc(0) };
+}
+
+function fileAnswer(client, code) {
+  const b = Buffer.from("WB\0\0", "latin1");
+  b.writeUInt16LE(code, 2);
+  client.ws.send(b, { binary: true });
+}
+
+// The board does the work between two REPL commands; a board that resets
+// meanwhile never answers, as the socket is gone with it.
+function askBoard(op, name, data) {
+  if (!board) return new Promise(() => {});
+  const id = nextFileRequest++;
+  board.worker.postMessage({ id, op, name, data });
+  Atomics.store(board.ctl, CTL.cmdFile, 1);
+  Atomics.add(board.ctl, CTL.seq, 1);
+  Atomics.notify(board.ctl, CTL.seq);
+  return new Promise((resolve) => fileRequests.set(id, resolve));
+}
+
+function fileAnswered(m) {
+  const resolve = fileRequests.get(m.id);
+  fileRequests.delete(m.id);
+  if (resolve) resolve(m);
+}
+
+function fileOpDone(client, state) {
+  if (webreplClient !== client) return;
+  const f = client.file;
+  f.state = state;
+  const rest = f.pending;
+  f.pending = Buffer.alloc(0);
+  if (rest.length) onFileBytes(client, rest);
+}
+
+function onFileBytes(client, buf) {
+  const f = client.file;
+  let off = 0;
+  while (off < buf.length) {
+    if (f.state === "busy") {
+      // The board reads nothing more until it has done the request.
+      f.pending = Buffer.concat([f.pending, buf.subarray(off)]);
+      return;
+    }
+    if (f.state === "put") {
+      const n = Math.min(f.left, buf.length - off);
+      f.data.push(Buffer.from(buf.subarray(off, off + n)));
+      f.left -= n;
+      off += n;
+      if (f.left === 0) finishPut(client);
+    } else if (f.state === "get") {
+      // Each byte the client sends asks for the next piece.
+      off++;
+      const piece = f.content.subarray(f.sent, f.sent + kGetPiece);
+      f.sent += piece.length;
+      const frame = Buffer.alloc(2 + piece.length);
+      frame.writeUInt16LE(piece.length, 0);
+      piece.copy(frame, 2);
+      client.ws.send(frame, { binary: true });
+      if (piece.length === 0) {
+        fileAnswer(client, 0);
+        f.state = "header";
+      }
+    } else {
+      const n = Math.min(kFileHeader - f.header.length, buf.length - off);
+      f.header = Buffer.concat([f.header, buf.subarray(off, off + n)]);
+      off += n;
+      if (f.header.length === kFileHeader) startFileOp(client);
+    }
+  }
+}
+
+function startFileOp(client) {
+  const f = client.file;
+  const h = f.header;
+  f.header = Buffer.alloc(0);
+  if (h.toString("latin1", 0, 2) !== "WA") return; // not a request: ignored
+  const type = h[2];
+  const size = h.readUInt32LE(12);
+  const name = h.subarray(18, 18 + Math.min(h.readUInt16LE(16), 64)).toString("utf8");
+  if (type === kFileVersion) {
+    client.ws.send(Buffer.from(kVersion), { binary: true });
+  } else if (type === kFilePut) {
+    // Status 0 at once and again at the end, whether the write worked or not.
+    fileAnswer(client, 0);
+    f.state = "put";
+    f.name = name;
+    f.left = size;
+    f.data = [];
+    if (size === 0) finishPut(client);
+  } else if (type === kFileGet) {
+    f.state = "busy";
+    askBoard("get", name).then((m) => {
+      if (m.error) {
+        // The board's dupterm gives up on a stream whose read raised.
+        client.deactivated = true;
+        onBoardBytes(Buffer.from(`dupterm: Exception in read() method, deactivating: ${m.error}\r\n`));
+        return;
+      }
+      f.content = Buffer.from(m.hex, "hex");
+      f.sent = 0;
+      fileAnswer(client, 0);
+      fileOpDone(client, "get");
+    });
+  }
+}
+
+function finishPut(client) {
+  const f = client.file;
+  f.state = "busy";
+  askBoard("put", f.name, Buffer.concat(f.data)).then(() => {
+    f.data = [];
+    fileAnswer(client, 0);
+    fileOpDone(client, "header");
   });
 }
 

@@ -2,7 +2,7 @@
 // input ring (filled by the main thread) and postMessage output batches.
 // Everything here is synchronous on purpose: Python code that reads stdin
 // must block, exactly as on a board.
-import { workerData, parentPort } from "node:worker_threads";
+import { workerData, parentPort, receiveMessageOnPort } from "node:worker_threads";
 import { createHash } from "node:crypto";
 import fs from "node:fs";
 import path from "node:path";
@@ -117,17 +117,43 @@ function handleCommands() {
   }
 }
 
-function waitForInput(timeoutMs) {
+// WebREPL's file requests, served while the REPL waits at its prompt: the
+// board's file system is only touched between two commands.
+let fileResult = null;
+function handleFileRequests() {
+  if (Atomics.load(ctl, CTL.cmdFile) === 0) return;
+  Atomics.store(ctl, CTL.cmdFile, 0);
+  for (let m = receiveMessageOnPort(parentPort); m; m = receiveMessageOnPort(parentPort)) {
+    const req = m.message;
+    fileResult = { hex: "", error: "" };
+    globalThis.vbWa = { hex: req.data ? Buffer.from(req.data).toString("hex") : "" };
+    executing = true;
+    try {
+      mp.runPython(`__import__('boardlib')._vb_wa_${req.op}(${JSON.stringify(req.name)})`);
+    } catch (e) {
+      fileResult.error = String(e.message || e);
+    }
+    executing = false;
+    interruptPending = false;
+    globalThis.vbWa = null;
+    parentPort.postMessage({ type: "file", id: req.id, ...fileResult });
+  }
+}
+
+function waitForInput(timeoutMs, idle) {
   const seq = Atomics.load(ctl, CTL.seq);
   handleCommands();
+  if (idle) handleFileRequests();
   if (available() > 0) return;
   flush();
   Atomics.wait(ctl, CTL.seq, seq, timeoutMs);
   handleCommands();
+  if (idle) handleFileRequests();
 }
 
 // Blocking read of one console byte; null ends a read early after Ctrl-C.
-function readByte(forCode) {
+// idle: the REPL waits for its next command.
+function readByte(forCode, idle = false) {
   for (;;) {
     if (forCode && interruptPending) return null;
     if (available() > 0) {
@@ -140,7 +166,7 @@ function readByte(forCode) {
       }
       return b;
     }
-    waitForInput(200);
+    waitForInput(200, idle);
   }
 }
 
@@ -203,6 +229,9 @@ globalThis.vbHost = {
   },
   hashUpdate(id, hex) {
     hashes.get(id).update(Buffer.from(hex, "hex"));
+  },
+  fileDone(hex, error) {
+    fileResult = { hex, error };
   },
   hashDigest(id) {
     const digest = hashes.get(id).digest("hex");
@@ -304,7 +333,7 @@ await boot(snapshot);
 snapshot = null;
 parentPort.postMessage({ type: "ready" });
 for (;;) {
-  const b = readByte(false);
+  const b = readByte(false, true);
   if (feed(b) & kForcedExit || softResetRequested) {
     softResetRequested = false;
     const wasRaw = rawMode;

@@ -1,0 +1,188 @@
+// BoardLink: how bytes reach the board. A serial port takes them in chunks
+// with a gap; a board behind a small input buffer (WebREPL) gets pieces no
+// larger than that buffer, and long raw REPL commands in raw-paste mode.
+#include "boardlink.h"
+
+#include "boardtransport.h"
+#include "replbytes.h"
+
+using namespace replbytes;
+
+namespace {
+constexpr int kChunkGapMs = 100;
+// Raw-paste mode (MicroPython 1.14 and later): Ctrl-E "A" Ctrl-A asks for it;
+// the board answers "R" and 1 when it takes it, then the window as 16 bits.
+const QByteArray kRawPasteRequest = QByteArrayLiteral("\x05"
+                                                      "A"
+                                                      "\x01");
+constexpr char kWindowGrant = 0x01;
+constexpr int kRawPasteTimeoutMs = 5000;
+// Commands this short go out in one piece; the raw REPL reads them at once.
+constexpr int kShortCommand = 128;
+enum RawPaste { RawPasteNo = 0, RawPasteYes = 1 };
+enum PasteResult { Pasted, PasteFailed, PasteRefused };
+
+// At most max bytes of data from offset, never ending inside a UTF-8
+// character: each piece is one WebREPL text message.
+int wholeCharacters(const QByteArray& data, int offset, int max)
+{
+    int n = qMin(max, data.size() - offset);
+    while (n > 1 && offset + n < data.size() && (static_cast<unsigned char>(data.at(offset + n)) & 0xC0) == 0x80)
+        --n;
+    return n;
+}
+} // namespace
+
+int BoardLink::pasteLong(const QByteArray& data)
+{
+    // A raw REPL command (pasted scripts and calls end with Ctrl-D): longer
+    // ones go out in the windows the board grants.
+    const bool paste = (m_pasteCommands || m_transport->inputWindow() > 0) && m_state == MC_RAW &&
+                       data.size() > kShortCommand && data.endsWith(kCtrlD) && !data.startsWith(kCtrlC) &&
+                       m_rawPaste != RawPasteNo;
+    return paste ? rawPaste(data.chopped(1)) : PasteRefused;
+}
+
+bool BoardLink::write(const QByteArray& data)
+{
+    if (data.contains(kCtrlB))
+        m_bannerClock.start();
+    if (const int pasted = pasteLong(data); pasted != PasteRefused)
+        return pasted == Pasted;
+    if (m_transport->inputWindow() > 0)
+        return sendWindowed(data);
+    const int chunk = transferSize();
+    int sent = 0;
+    while (isOpen() && sent < data.size()) {
+        if (sent > 0 && !qDelay(kChunkGapMs))
+            return false;
+        const int n = qMin(chunk, data.size() - sent);
+        if (!m_transport->send(data.mid(sent, n)))
+            return false;
+        sent += n;
+    }
+    return isOpen();
+}
+
+bool BoardLink::send(const QByteArray& data)
+{
+    if (const int pasted = pasteLong(data); pasted != PasteRefused)
+        return pasted == Pasted;
+    if (m_transport->inputWindow() > 0)
+        return sendWindowed(data);
+    return m_transport->send(data);
+}
+
+bool BoardLink::sendWindowed(const QByteArray& data)
+{
+    const int window = m_transport->inputWindow();
+    int sent = 0;
+    while (isOpen() && sent < data.size()) {
+        // Whatever the board answers (an echo, a prompt) shows it has read
+        // what came before; a board that reads without answering gets a moment.
+        if (sent > 0 && !qDelay(kChunkGapMs))
+            return false;
+        const int n = wholeCharacters(data, sent, window);
+        if (!m_transport->send(data.mid(sent, n)))
+            return false;
+        sent += n;
+    }
+    return isOpen();
+}
+
+int BoardLink::rawPaste(const QByteArray& code)
+{
+    const int from = m_buffer.size();
+    m_pasting = true;
+    struct Done {
+        bool& flag;
+        ~Done() { flag = false; }
+    } done{m_pasting};
+    QByteArray fresh;
+    const auto take = [&](int timeoutMs) {
+        if (m_buffer.size() <= from + fresh.size() && waitLoop(timeoutMs, true, false) != 0)
+            return false;
+        fresh = m_buffer.mid(from);
+        return true;
+    };
+    const auto give = [&](int consumed) {
+        m_buffer.remove(from, consumed);
+        fresh.remove(0, consumed);
+    };
+    if (!m_transport->send(kRawPasteRequest))
+        return PasteFailed;
+    while (fresh.size() < 2 || (fresh.startsWith("R\x01") && fresh.size() < 4)) {
+        if (fresh.contains(kRawBanner) || (fresh.size() >= 2 && !fresh.startsWith('R')))
+            break;
+        if (!take(kRawPasteTimeoutMs))
+            return PasteFailed;
+    }
+    if (!fresh.startsWith("R\x01")) {
+        // An older board: "R" and 0, or a fresh raw REPL (it took Ctrl-A as a
+        // new start). Either way it waits for the command as usual.
+        m_rawPaste = RawPasteNo;
+        const int banner = fresh.indexOf(kRawBanner);
+        if (banner >= 0) {
+            while (fresh.indexOf(kRawEnd, banner) < 0)
+                if (!take(kRawPasteTimeoutMs))
+                    return PasteFailed;
+            give(fresh.indexOf(kRawEnd, banner) + 1);
+        } else {
+            give(2);
+        }
+        m_pasting = false;
+        return PasteRefused;
+    }
+    m_rawPaste = RawPasteYes;
+    const int window = static_cast<unsigned char>(fresh.at(2)) | static_cast<unsigned char>(fresh.at(3)) << 8;
+    give(4);
+    if (window <= 0)
+        return PasteFailed;
+    int remain = window;
+    int sent = 0;
+    while (sent < code.size()) {
+        while (!fresh.isEmpty()) {
+            const char c = fresh.at(0);
+            give(1);
+            if (c == kWindowGrant) {
+                remain += window;
+            } else if (c == kCtrlD) {
+                // The board ended the paste itself (an interrupt): agree and stop.
+                m_transport->send(QByteArray(1, kCtrlD));
+                return PasteFailed;
+            } else {
+                return PasteFailed;
+            }
+        }
+        if (remain == 0) {
+            if (!take(kRawPasteTimeoutMs))
+                return PasteFailed;
+            continue;
+        }
+        const int n = wholeCharacters(code, sent, remain);
+        if (!m_transport->send(code.mid(sent, n)))
+            return PasteFailed;
+        remain -= n;
+        sent += n;
+        fresh = m_buffer.mid(from);
+    }
+    if (!m_transport->send(QByteArray(1, kCtrlD)))
+        return PasteFailed;
+    // Grants may still come before the board acknowledges the end.
+    for (;;) {
+        while (!fresh.isEmpty() && fresh.at(0) == kWindowGrant)
+            give(1);
+        if (!fresh.isEmpty())
+            break;
+        if (!take(kRawPasteTimeoutMs))
+            return PasteFailed;
+    }
+    if (fresh.at(0) != kCtrlD)
+        return PasteFailed;
+    // From here the board answers as the raw REPL does after "OK": say so,
+    // so that nothing above can tell a paste from a typed command.
+    m_buffer.replace(from, 1, kRawAccepted);
+    m_pasting = false;
+    splitByState();
+    return Pasted;
+}
