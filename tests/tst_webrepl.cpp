@@ -38,7 +38,9 @@ private slots:
     void transfers_data();
     void transfers();
     void softResetAndVanishing();
+    void characterCutInTwo();
     void popup();
+    void windowWorkflows_data() { transfers_data(); }
     void windowWorkflows();
     void boardFileProtocol();
 };
@@ -162,6 +164,25 @@ void TestWebRepl::softResetAndVanishing()
     QVERIFY2(s.logged(QStringLiteral("The WebREPL connection closed")), qPrintable(s.log.join('\n')));
 }
 
+void TestWebRepl::characterCutInTwo()
+{
+    // A board whose program writes a character's bytes apart sends them in
+    // messages of their own; Qt's websockets end such a connection. The link
+    // says why in one line and Automatic Reconnect brings the board back.
+    BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--cut-characters"});
+    s.password = QString::fromLatin1(kPassword);
+    QVERIFY(s.open(true));
+    QVERIFY(s.link.to_repl());
+    s.log.clear();
+    s.infoDone = false;
+    QVERIFY(s.link.write("print('\\u043f')\r\n"));
+    QVERIFY2(waitFor([&] { return s.logged(QStringLiteral("character cut in two")); }, 10000),
+             qPrintable(s.log.join('\n')));
+    QCOMPARE(s.count(QStringLiteral("The WebREPL connection closed")), 1);
+    QVERIFY2(waitFor([&] { return s.infoDone; }, 20000), qPrintable(s.log.join('\n')));
+    QVERIFY(s.link.isOpen());
+}
+
 void TestWebRepl::popup()
 {
     const QString address = QStringLiteral("ws://127.0.0.1:18266");
@@ -210,6 +231,8 @@ void TestWebRepl::popup()
 
 void TestWebRepl::windowWorkflows()
 {
+    QFETCH(bool, fast);
+    QSettings().setValue(QStringLiteral("MC/FastTransfers"), fast);
     const QByteArray ticking("import time\nwhile True:\n print('tick')\n time.sleep(0.1)\n");
     VirtualBoard board(QStringLiteral("esp32"), served(), {{"main.py", ticking}, {"app/old.py", "x"}});
     QVERIFY(board.isRunning());

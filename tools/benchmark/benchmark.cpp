@@ -549,8 +549,9 @@ void writeReport(const QString& path, const QStringList& groups)
        << QString::number(kCeiling, 'f', 0) << " file bytes per second. Small operations are dominated by\n"
        << "the fixed waits of the protocol (the drain after every script paste, 300 ms before the data and\n"
        << "400 ms before the checksum of an upload).\n\n"
-       << "Figures ending in `_fast` are taken with fast transfers on (scripts pasted once, no fixed waits,\n"
-       << "batched digests, deflated blocks); the ones beside them without it are the default mode. The\n"
+       << "Figures ending in `_fast` are taken with fast transfers on (scripts pasted once, long calls in\n"
+       << "MicroPython's raw-paste mode, no fixed waits, batched digests, deflated blocks); the ones beside\n"
+       << "them without it are the default mode. The\n"
        << "official command-line tool, measured on an independent board at 115200 baud, took 43 s for the\n"
        << "first copy of a 50-file project, 10.7 s with five files changed and 6.6 s with none.\n";
     for (const QString& group : groups) {

@@ -51,6 +51,8 @@ const USAGE = `usage: virtual-board [options]
                           instead of the device path; one client at a time,
                           a 260-byte input buffer, a soft reset closes it
   --password PW           the WebREPL password (default "pelkam"; 9 characters count)
+  --cut-characters        send each byte of a non-ASCII character over WebREPL in a
+                          message of its own, as a program writing them apart does
   --bridge                resets keep the port open, as behind a USB-serial
                           bridge (SIGWINCH: a hard reset that keeps the port)
   --fragment SEED         cut board output into pieces of random size (1 byte
@@ -143,6 +145,7 @@ function parseArgs(argv) {
       case "--bridge": o.bridge = true; break;
       case "--webrepl": o.webrepl = num(v(), a); break;
       case "--password": o.password = v(); break;
+      case "--cut-characters": o.cutCharacters = true; break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
       default: fail(`unknown option ${a}`);
     }
@@ -500,9 +503,21 @@ let webreplClient = null; // { ws, loggedIn, typed }
 let utf8Tail = Buffer.alloc(0);
 
 // Each board write is a text message of its own. A character is never cut
-// between two messages here (Qt's websockets refuse such a message).
+// between two messages here (Qt's websockets refuse such a message) unless
+// --cut-characters asks for what a board running a program that writes a
+// character's bytes separately sends: each of those bytes in a message of its own.
 function toWebRepl(data) {
   if (!webreplClient || !webreplClient.loggedIn || webreplClient.deactivated || data.length === 0) return;
+  if (opts.cutCharacters) {
+    let from = 0;
+    for (let i = 0; i <= data.length; i++) {
+      if (i < data.length && data[i] < 0x80) continue;
+      if (i > from) webreplClient.ws.send(data.subarray(from, i), { binary: false });
+      if (i < data.length) webreplClient.ws.send(data.subarray(i, i + 1), { binary: false });
+      from = i + 1;
+    }
+    return;
+  }
   let buf = Buffer.concat([utf8Tail, data]);
   let cut = buf.length;
   let back = 0;
