@@ -10,6 +10,8 @@
 #include <QCheckBox>
 #include <QComboBox>
 #include <QDialog>
+#include <QJsonArray>
+#include <QJsonObject>
 #include <QLineEdit>
 #include <QPlainTextEdit>
 #include <QProcess>
@@ -112,8 +114,13 @@ void TestWebRepl::transfers()
     QCOMPARE(s.board.readFile(QStringLiteral("sub") + name), data);
     QVERIFY(s.files.download(QStringLiteral("/sub") + name, pc.filePath(QStringLiteral("out.bin"))));
     QCOMPARE(readFile(pc.filePath(QStringLiteral("out.bin"))), data);
-    QVERIFY(s.files.remove(QStringLiteral("/sub") + name, false));
-    QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/sub") + name));
+    // Rename, then the listing shows the new name alone.
+    QVERIFY(s.files.mc_rename(QStringLiteral("/sub") + name, QStringLiteral("/sub/moved.bin")));
+    const QJsonArray listed = s.files.mc_lsdir(QStringLiteral("/sub"), MC_LIST_FILES);
+    QCOMPARE(listed.size(), 1);
+    QCOMPARE(listed.at(0).toObject().value(QStringLiteral("n")).toString(), QStringLiteral("moved.bin"));
+    QVERIFY(s.files.remove(QStringLiteral("/sub/moved.bin"), false));
+    QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/sub/moved.bin")));
     // Scripts of several kB and every chunk went in without overflowing
     // the board's input buffer.
     QVERIFY2(!s.board.log().contains(QStringLiteral("input overflow")), qPrintable(s.board.log()));
