@@ -39,10 +39,6 @@ constexpr int kDebugSteps = 90;
 constexpr int kRawSettleMs = 2000;
 // How fast a slow board reads its fresh copy back to check it.
 constexpr int kVerifyBytesPerMs = 20;
-// Fast upload replies: "#6" when inflating ran out of memory, "#0 in place"
-// when there was no room for a second copy.
-const QByteArray kInflateFailed = QByteArrayLiteral("#6");
-const QByteArray kWrittenInPlace = QByteArrayLiteral("in place");
 
 QString hexUpper(const QByteArray& bytes)
 {
@@ -338,7 +334,6 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     const QByteArray raw = source->readAll();
     emit fileOpsEnableRequested(false);
     const int chunk = m_link.chunkSize();
-    // A board that forgot our scripts, or that cannot inflate after all, gets the file once more.
     for (int attempt = 0;; ++attempt) {
         QByteArray text;
         QString call;
@@ -366,24 +361,15 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
         }
         if (failure.isEmpty())
             break;
-        if (fast && attempt == 0 && forgotScripts(m_lastReply))
+        if (fast && attempt == 0 && fastUploadAgain(target, deflated))
             continue;
-        if (fast && attempt == 0 && deflated && m_lastReply.startsWith(kInflateFailed)) {
-            log(tr("The board has no memory left to inflate %1: sending it uncompressed, and nothing more "
-                   "compressed until it is connected again")
-                    .arg(target));
-            m_deflateFailed = true;
-            m_link.clearQueue();
-            m_link.drain();
-            continue;
-        }
         log(m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28") ? tr("Not enough room on the board")
                                                                                : failure);
         recover();
         return false;
     }
-    if (fast && m_lastReply.startsWith("#0") && m_lastReply.contains(kWrittenInPlace))
-        log(tr("No room on the board for a second copy of %1: it was written in place").arg(target));
+    if (fast)
+        reportInPlace(target);
     log(tr("Finished uploading to %1").arg(target));
     emit fileOpsEnableRequested(true);
     // The fast script's status arrives with the raw prompt that follows it.

@@ -148,6 +148,10 @@ private:
     // True (and the board made ready for a fresh paste) when a reply says
     // the board forgot our scripts.
     bool forgotScripts(QByteArray reply);
+    // After a failed fast upload: whether to send the file once more (the
+    // board forgot our scripts, or cannot inflate).
+    bool fastUploadAgain(const QString& target, bool deflated);
+    void reportInPlace(const QString& target);
     // Interrupts the board, forgets its scripts and enters a fresh raw REPL.
     void resync();
     // Removes our leftover temporaries in a board folder and puts verified
@@ -175,7 +179,7 @@ private:
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
     bool m_deflateFailed = false; // inflating ran out of memory in this connection
-    QByteArray m_lastCallError; // the error text of the last raw call
-    QByteArray m_lastReply;     // the last upload packet's reply
+    QByteArray m_lastCallError;   // the error text of the last raw call
+    QByteArray m_lastReply;       // the last upload packet's reply
     bool m_reportSpace = false;
 };

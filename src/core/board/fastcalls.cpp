@@ -16,6 +16,10 @@ constexpr int kFastCallTimeoutMs = 10000;
 // What one file (a digest, a folder made on FAT) may add to a call's time.
 constexpr int kPerFileMs = 2000;
 const QByteArray kNameError = QByteArrayLiteral("NameError");
+// The fast upload's status when inflating ran out of memory, and its note
+// when there was no room for a second copy.
+const QByteArray kInflateFailed = QByteArrayLiteral("#6");
+const QByteArray kWrittenInPlace = QByteArrayLiteral("in place");
 constexpr int kTracebackMs = 2000;
 // Files are deflated in independent blocks so the board needs little memory
 // to inflate them (a 4 kB window and one block).
@@ -252,4 +256,26 @@ bool BoardFiles::fastMkdir(const QString& path)
     const int timeout = kFastCallTimeoutMs + kPerFileMs * path.count(QLatin1Char('/'));
     fastCall("_fmk(" + pyString(path).toLatin1() + ')', timeout, &ok);
     return ok;
+}
+
+bool BoardFiles::fastUploadAgain(const QString& target, bool deflated)
+{
+    // A board that forgot our scripts, or that cannot inflate after all, gets the file once more.
+    if (forgotScripts(m_lastReply))
+        return true;
+    if (!deflated || !m_lastReply.startsWith(kInflateFailed))
+        return false;
+    log(tr("The board has no memory left to inflate %1: sending it uncompressed, and nothing more "
+           "compressed until it is connected again")
+            .arg(target));
+    m_deflateFailed = true;
+    m_link.clearQueue();
+    m_link.drain();
+    return true;
+}
+
+void BoardFiles::reportInPlace(const QString& target)
+{
+    if (m_lastReply.startsWith("#0") && m_lastReply.contains(kWrittenInPlace))
+        log(tr("No room on the board for a second copy of %1: it was written in place").arg(target));
 }
