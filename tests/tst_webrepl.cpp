@@ -2,6 +2,7 @@
 #include "codeeditor/qcodeeditor.h"
 #include "codeeditordialog.h"
 #include "connectionpopup.h"
+#include "link/webreplrelay.h"
 #include "pelkamwindow.h"
 #include "remoteedit.h"
 
@@ -41,6 +42,7 @@ private slots:
     void transfers();
     void softResetAndVanishing();
     void characterCutInTwo();
+    void frameMarker();
     void popup();
     void windowWorkflows_data() { transfers_data(); }
     void windowWorkflows();
@@ -173,21 +175,83 @@ void TestWebRepl::softResetAndVanishing()
 
 void TestWebRepl::characterCutInTwo()
 {
-    // A board whose program writes a character's bytes apart sends them in
-    // messages of their own; Qt's websockets end such a connection. The link
-    // says why in one line and Automatic Reconnect brings the board back.
+    // A board whose output cuts characters between messages (a program
+    // writing their bytes apart): the console arrives as
+    // bytes, whole, and the connection stays up.
     BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--cut-characters"});
     s.password = QString::fromLatin1(kPassword);
-    QVERIFY(s.open(true));
-    QVERIFY(s.link.to_repl());
-    s.log.clear();
-    s.infoDone = false;
-    QVERIFY(s.link.write("print('\\u043f')\r\n"));
-    QVERIFY2(waitFor([&] { return s.logged(QStringLiteral("character cut in two")); }, 10000),
-             qPrintable(s.log.join('\n')));
-    QCOMPARE(s.count(QStringLiteral("The WebREPL connection closed")), 1);
-    QVERIFY2(waitFor([&] { return s.infoDone; }, 20000), qPrintable(s.log.join('\n')));
+    s.files.setFastTransfers(true);
+    QVERIFY(s.link.connectToBoard(s.settings(), false, false));
+    QVERIFY(waitFor([&] { return s.terminal.join('\n').contains(QStringLiteral("Opened connection to ws://")); }));
+    QVERIFY(s.link.write("\x03print('\\u043f\\u00e9' * 2)\r\n"));
+    const QString expected = QString::fromUtf8("\xd0\xbf\xc3\xa9\xd0\xbf\xc3\xa9");
+    QVERIFY2(waitFor([&] { return s.terminal.contains(expected); }),
+             qPrintable(s.terminal.join('\n') + s.log.join('\n')));
     QVERIFY(s.link.isOpen());
+    QVERIFY(!s.logged(QStringLiteral("The WebREPL connection closed")));
+
+    // Names and listings, where the board prints non-ASCII, stay exact.
+    QVERIFY(s.link.mc_stop(true) == MC_STOPPED);
+    QTemporaryDir pc;
+    const QByteArray data = QByteArrayLiteral("\xd0\xbf\xd1\x80\xd0\xb8\xd0\xb2\xd0\xb5\xd1\x82\n");
+    const QString name = QString::fromUtf8("/\xd0\xbf\xc3\xa9.txt");
+    QVERIFY(s.files.upload(writeFile(pc.filePath(QStringLiteral("in.txt")), data), name));
+    QVERIFY(s.files.download(name, pc.filePath(QStringLiteral("out.txt"))));
+    QCOMPARE(readFile(pc.filePath(QStringLiteral("out.txt"))), data);
+    const QJsonArray listed = s.files.mc_lsdir(QStringLiteral("/"), MC_LIST_FILES);
+    QStringList names;
+    for (const auto& entry : listed)
+        names << entry.toObject().value(QStringLiteral("n")).toString();
+    QVERIFY2(names.contains(name.mid(1)), qPrintable(names.join(',')));
+    QVERIFY(s.link.isOpen());
+}
+
+void TestWebRepl::frameMarker()
+{
+    // The relay's rewriting of server frames, however the stream is cut:
+    // text frames turn binary, every other byte passes unchanged.
+    QByteArray http = QByteArrayLiteral("HTTP/1.1 101 Switching Protocols\r\nUpgrade: websocket\r\n\r\n");
+    QByteArray in = http;
+    QByteArray want = http;
+    auto frame = [&](char first, const QByteArray& payload, char markedFirst) {
+        QByteArray header(1, first);
+        if (payload.size() < 126) {
+            header += char(payload.size());
+        } else if (payload.size() < 65536) {
+            header += char(126);
+            header += char(payload.size() >> 8);
+            header += char(payload.size() & 0xff);
+        } else {
+            header += char(127);
+            for (int shift = 56; shift >= 0; shift -= 8)
+                header += char((quint64(payload.size()) >> shift) & 0xff);
+        }
+        in += header + payload;
+        header[0] = markedFirst;
+        want += header + payload;
+    };
+    frame('\x81', QByteArrayLiteral("\xd0"), '\x82');                  // a text frame cut in a character
+    frame('\x81', QByteArray(300, '\x81'), '\x82');                    // 16-bit length, payload like headers
+    frame('\x01', QByteArrayLiteral("ab"), '\x02');                    // a text frame to be continued
+    frame('\x80', QByteArrayLiteral("\x81\x01"), '\x80');              // its continuation
+    frame('\x89', QByteArrayLiteral("ping"), '\x89');                  // control frames pass
+    frame('\x82', QByteArrayLiteral("binary"), '\x82');
+    frame('\x81', QByteArray(70000, 'x'), '\x82');                     // 64-bit length
+    frame('\x88', QByteArrayLiteral("\x03\xe8"), '\x88');              // close
+    for (int piece : {1, 2, 3, 7, 130, int(in.size())}) {
+        WebReplRelay::FrameMarker marker;
+        QByteArray out;
+        for (int i = 0; i < in.size(); i += piece)
+            out += marker.mark(in.mid(i, piece));
+        QCOMPARE(out.size(), want.size());
+        QVERIFY2(out == want, qPrintable(QString::number(piece)));
+    }
+    // A server that answers no upgrade: its bytes pass as they are.
+    WebReplRelay::FrameMarker marker;
+    const QByteArray junk(20000, '\x81');
+    QByteArray passed = marker.mark(junk);
+    passed += marker.mark(QByteArrayLiteral("\x81\x01"));
+    QCOMPARE(passed, junk + QByteArrayLiteral("\x81\x01"));
 }
 
 void TestWebRepl::popup()

@@ -1329,10 +1329,6 @@ If not, it will be uploaded to
         <translation>Соединение WebREPL закрыто</translation>
     </message>
     <message>
-        <source>The WebREPL connection closed: the board sent a character cut in two, which Qt&apos;s websockets refuse</source>
-        <translation>Соединение WebREPL закрыто: плата прислала символ, разрезанный надвое, а веб-сокеты Qt такое не принимают</translation>
-    </message>
-    <message>
         <source>bytes that are not UTF-8 text cannot be sent over WebREPL</source>
         <translation>байты, не являющиеся текстом UTF-8, нельзя отправить через WebREPL</translation>
     </message>

@@ -1,5 +1,7 @@
 #include "webrepltransport.h"
 
+#include "webreplrelay.h"
+
 #include <QAbstractSocket>
 #include <QEventLoop>
 #include <QTimer>
@@ -50,6 +52,15 @@ bool WebReplTransport::open()
         m_error = tr("%1 is not a WebREPL address (ws://HOST[:PORT])").arg(m_name);
         return false;
     }
+    m_relay = std::make_unique<WebReplRelay>();
+    if (!m_relay->listen(url.host(), quint16(url.port()))) {
+        m_error = m_relay->errorString();
+        m_relay.reset();
+        return false;
+    }
+    QUrl local = url;
+    local.setHost(QStringLiteral("127.0.0.1"));
+    local.setPort(m_relay->localPort());
     m_socket = std::make_unique<QWebSocket>();
     QWebSocket* socket = m_socket.get();
     m_login.clear();
@@ -67,7 +78,8 @@ bool WebReplTransport::open()
     });
     connect(socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
             [this](QAbstractSocket::SocketError error) { m_socketError = error; });
-    connect(socket, &QWebSocket::textMessageReceived, this, [this](const QString& text) { received(text.toUtf8()); });
+    // The relay marks the board's text messages binary: they arrive as bytes.
+    connect(socket, &QWebSocket::binaryMessageReceived, this, &WebReplTransport::received);
     connect(socket, &QWebSocket::disconnected, this, &WebReplTransport::socketGone);
 
     QEventLoop loop;
@@ -79,7 +91,7 @@ bool WebReplTransport::open()
     });
     m_loginLoop = &loop;
     timer.start(kLoginTimeoutMs);
-    socket->open(url);
+    socket->open(local);
     const int result = loop.exec();
     m_loginLoop = nullptr;
     m_loggingIn = false;
@@ -142,7 +154,9 @@ void WebReplTransport::socketGone()
 {
     if (m_loggingIn) {
         if (m_error.isEmpty()) {
-            if (!m_handshakeDone && m_socketError == QAbstractSocket::RemoteHostClosedError) {
+            if (m_relay && !m_relay->errorString().isEmpty()) {
+                m_error = m_relay->errorString();
+            } else if (!m_handshakeDone && m_socketError == QAbstractSocket::RemoteHostClosedError) {
                 // What MicroPython does to a second client: close before any answer.
                 m_error = tr("The board accepts one WebREPL client at a time");
                 m_refusedForGood = true;
@@ -158,10 +172,7 @@ void WebReplTransport::socketGone()
     if (!m_open)
         return;
     m_open = false;
-    QString why = tr("The WebREPL connection closed");
-    if (m_socket && m_socket->closeCode() == QWebSocketProtocol::CloseCodeWrongDatatype)
-        why = tr("The WebREPL connection closed: the board sent a character cut in two, which Qt's "
-                 "websockets refuse");
+    const QString why = tr("The WebREPL connection closed");
     m_error = why;
     emit dropped(why);
 }
@@ -171,6 +182,8 @@ void WebReplTransport::close()
     m_open = false;
     m_loggingIn = false;
     m_pending.clear();
+    // The relay never calls into us, so it can go at once.
+    m_relay.reset();
     if (!m_socket)
         return;
     QWebSocket* socket = m_socket.release();

@@ -7,6 +7,7 @@
 #include <memory>
 
 class QWebSocket;
+class WebReplRelay;
 
 // A board reached over MicroPython's WebREPL: a websocket on which the board
 // asks for a password, then carries its console as text messages. The
@@ -43,6 +44,7 @@ private:
     void socketGone();
     void endLogin(int result);
 
+    std::unique_ptr<WebReplRelay> m_relay;
     std::unique_ptr<QWebSocket> m_socket;
     QString m_name;
     QString m_password;

@@ -500,43 +500,29 @@ function dump() {
 let webreplServer = null;
 let webreplPort = 0;
 let webreplClient = null; // { ws, loggedIn, typed }
-let utf8Tail = Buffer.alloc(0);
 
-// Each board write is a text message of its own. A character is never cut
-// between two messages here (Qt's websockets refuse such a message) unless
-// --cut-characters asks for what a board running a program that writes a
-// character's bytes separately sends: each of those bytes in a message of its own.
+// Each board write is a text message of its own, as MicroPython sends it:
+// a character's bytes may land in two messages. --cut-characters makes that
+// certain: each byte of a non-ASCII character goes in a message of its own.
 function toWebRepl(data) {
   if (!webreplClient || !webreplClient.loggedIn || webreplClient.deactivated || data.length === 0) return;
-  if (opts.cutCharacters) {
-    let from = 0;
-    for (let i = 0; i <= data.length; i++) {
-      if (i < data.length && data[i] < 0x80) continue;
-      if (i > from) webreplClient.ws.send(data.subarray(from, i), { binary: false });
-      if (i < data.length) webreplClient.ws.send(data.subarray(i, i + 1), { binary: false });
-      from = i + 1;
-    }
+  if (!opts.cutCharacters) {
+    webreplClient.ws.send(data, { binary: false });
     return;
   }
-  let buf = Buffer.concat([utf8Tail, data]);
-  let cut = buf.length;
-  let back = 0;
-  while (back < 3 && cut - back - 1 >= 0 && (buf[cut - back - 1] & 0xc0) === 0x80) back++;
-  const lead = cut - back - 1;
-  if (lead >= 0 && buf[lead] >= 0xc0) {
-    const need = buf[lead] >= 0xf0 ? 4 : buf[lead] >= 0xe0 ? 3 : 2;
-    if (back + 1 < need) cut = lead;
+  let from = 0;
+  for (let i = 0; i <= data.length; i++) {
+    if (i < data.length && data[i] < 0x80) continue;
+    if (i > from) webreplClient.ws.send(data.subarray(from, i), { binary: false });
+    if (i < data.length) webreplClient.ws.send(data.subarray(i, i + 1), { binary: false });
+    from = i + 1;
   }
-  utf8Tail = Buffer.from(buf.subarray(cut));
-  buf = buf.subarray(0, cut);
-  if (buf.length) webreplClient.ws.send(buf, { binary: false });
 }
 
 function dropWebReplClient() {
   if (!webreplClient) return;
   const { ws } = webreplClient;
   webreplClient = null;
-  utf8Tail = Buffer.alloc(0);
   ws.terminate();
 }
 
