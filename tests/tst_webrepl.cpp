@@ -80,6 +80,13 @@ void TestWebRepl::loginAndOneClient()
     QVERIFY2(secondLog.join('\n').contains(QStringLiteral("The board accepts one WebREPL client at a time")),
              qPrintable(secondLog.join('\n')));
     QVERIFY(!secondLog.join('\n').contains(QStringLiteral("Reconnect attempt")));
+    // Nothing listening there: the system's reason, not a board turning us away.
+    secondLog.clear();
+    BoardLink::PortSettings nowhere = s.settings();
+    nowhere.name = QStringLiteral("ws://127.0.0.1:1");
+    QVERIFY(!second.connectToBoard(nowhere, false, true));
+    QVERIFY2(secondLog.join('\n').contains(QStringLiteral("refused")), qPrintable(secondLog.join('\n')));
+    QVERIFY(!secondLog.join('\n').contains(QStringLiteral("one WebREPL client")));
     QTemporaryDir pc;
     QVERIFY(s.files.upload(writeFile(pc.filePath(QStringLiteral("a.py")), "print(1)\n"), QStringLiteral("/a.py")));
     s.board.dump();

@@ -120,7 +120,9 @@ void WebReplRelay::accept()
         connect(m_board, &QTcpSocket::readyRead, this, &WebReplRelay::fromBoard);
         connect(m_board, &QTcpSocket::disconnected, this, &WebReplRelay::boardGone);
         connect(m_board, &QTcpSocket::errorOccurred, this, [this](QAbstractSocket::SocketError) {
-            if (m_board && m_board->state() != QAbstractSocket::ConnectedState && m_error.isEmpty()) {
+            // Only a board never reached is the relay's to explain; a board
+            // that closes later (a second client) is the websocket's.
+            if (m_board && !m_boardReached && m_error.isEmpty()) {
                 m_error = m_board->errorString();
                 boardGone();
             }
@@ -131,6 +133,7 @@ void WebReplRelay::accept()
 
 void WebReplRelay::boardConnected()
 {
+    m_boardReached = true;
     m_board->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     if (!m_toBoard.isEmpty())
         m_board->write(m_toBoard);
@@ -189,4 +192,5 @@ void WebReplRelay::close()
     m_client = nullptr;
     m_board = nullptr;
     m_toBoard.clear();
+    m_boardReached = false;
 }

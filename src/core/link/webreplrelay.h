@@ -61,4 +61,5 @@ private:
     QString m_error;
     QString m_host;
     quint16 m_port = 0;
+    bool m_boardReached = false;
 };
