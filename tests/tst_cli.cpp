@@ -388,6 +388,17 @@ void TestCli::stopSignals()
         QCOMPARE(exec.p.exitCode(), 130);
     }
     QCOMPARE(cli(port + QStringList{"info"}).code, 0);
+    {
+        // A hard reset behind the open port (the board's button): the run
+        // ends with a line instead of waiting for a prompt that never comes.
+        VirtualBoard bridged(QStringLiteral("esp32"), {"--bridge"});
+        Background exec({"--port", bridged.path(), "--type", "esp32", "exec", loop});
+        QVERIFY2(waitFor([&] { return exec.out.count("tick") > 5; }, 30000), exec.err.constData());
+        bridged.hardReset();
+        QVERIFY2(waitFor([&] { return exec.p.state() == QProcess::NotRunning; }, 10000), exec.err.constData());
+        QCOMPARE(exec.p.exitCode(), 1);
+        QVERIFY(exec.err.contains("The board restarted while the script ran"));
+    }
     // A download stopped midway: no half file, the old one whole.
     const QString local = writeFile(m_dir.filePath("kept.bin"), "old");
     {

@@ -48,7 +48,8 @@ const char* const kCommands = R"(Commands:
   rmdir BOARD_PATH             remove an empty board folder
   mkdir BOARD_PATH             create a board folder, with its parents
   hash BOARD_PATH              print the board's digest of a file (MD5, or SHA1)
-  exec LOCAL_SCRIPT            run a script on the board, its output on stdout
+  exec LOCAL_SCRIPT            run a script on the board, its output on stdout;
+                               a board that restarts meanwhile ends it (exit 1)
   install PACKAGE              install a .upack or .ufw package; prints each board
                                path uploaded. A .ufw whose tar headers turn corrupt
                                midway counts as failed here (the window reports it
@@ -215,7 +216,18 @@ int cmdExec(Context& c)
         else
             c.err << plain(s) << '\n' << Qt::flush;
     });
-    return c.files.execute_script(script) && c.link.isOpen() ? kExitOk : kExitFailed;
+    // A board reset behind a port that stays open (its button, a watchdog)
+    // never gives the raw prompt the run waits for: the script is gone, so
+    // end the run as if the port had closed.
+    bool restarted = false;
+    QObject::connect(&c.link, &BoardLink::interpreterRestarted, &c.link, [&c, &restarted] {
+        if (restarted)
+            return;
+        restarted = true;
+        c.err << "The board restarted while the script ran\n" << Qt::flush;
+        QMetaObject::invokeMethod(&c.link, [&c] { c.link.connectionClosed(); }, Qt::QueuedConnection);
+    });
+    return c.files.execute_script(script) && c.link.isOpen() && !restarted ? kExitOk : kExitFailed;
 }
 
 int cmdInstall(Context& c)
