@@ -546,6 +546,27 @@ void TestBoardFiles::boardsThatChange()
     QVERIFY(s.files.execute_script(writeLocal(QStringLiteral("forget.py"), "del _fup\n")));
     QVERIFY2(put(QStringLiteral("/d.py"), "d"), qPrintable(s.log.join('\n')));
     QCOMPARE(s.count(QStringLiteral("no longer knows Pelkam's scripts")), 1);
+
+    // A reset in the middle of an upload: the file goes again, whole.
+    QByteArray noise(300000, Qt::Uninitialized);
+    for (int i = 0; i < noise.size(); ++i)
+        noise[i] = static_cast<char>((i * 7919) ^ (i >> 5));
+    QTimer::singleShot(600, [&] { s.board.hardReset(); });
+    QVERIFY2(put(QStringLiteral("/e.bin"), noise), qPrintable(s.log.join('\n')));
+    QCOMPARE(s.count(QStringLiteral("restarted during the upload of /e.bin")), 1);
+    // ... and of a batch of digests: the batch is asked again.
+    const QString slowHash = writeLocal(QStringLiteral("slowhash.py"),
+                                        readFile(QStringLiteral(":/data/hash.py")) +
+                                            "import time\n_h0=_hash\ndef _hash(f):\n time.sleep(0.3)\n return _h0(f)\n");
+    const QStringList paths{"/a.py", "/b.py", "/c.py", "/d.py", "/e.bin"};
+    QTest::qWait(1500);
+    QTimer::singleShot(700, [&] { s.board.hardReset(); });
+    QElapsedTimer took;
+    took.start();
+    const auto digests = s.files.mc_file_hashes(paths, slowHash);
+    QCOMPARE(digests.size(), paths.size());
+    QVERIFY2(s.logged(QStringLiteral("The board restarted during a call")), qPrintable(s.log.join('\n')));
+    QVERIFY(took.elapsed() < 10000);
 }
 
 void TestBoardFiles::slowDigests()

@@ -202,6 +202,14 @@
         <source>%1 restored from its verified copy</source>
         <translation>%1 восстановлен из проверенной копии</translation>
     </message>
+    <message>
+        <source>The board restarted during a call: starting it again</source>
+        <translation>Плата перезапустилась во время вызова: начинаем заново</translation>
+    </message>
+    <message>
+        <source>The board restarted during the upload of %1: sending it again</source>
+        <translation>Плата перезапустилась во время загрузки %1: отправляем файл снова</translation>
+    </message>
 </context>
 <context>
     <name>BoardLink</name>

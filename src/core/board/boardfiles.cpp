@@ -80,7 +80,10 @@ BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_li
         forgetScripts();
     });
     connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);
-    connect(&m_link, &BoardLink::interpreterRestarted, this, &BoardFiles::forgetScripts);
+    connect(&m_link, &BoardLink::interpreterRestarted, this, [this] {
+        ++m_restarts;
+        forgetScripts();
+    });
 }
 
 QString BoardFiles::scriptPath(const QString& key, const QString& base, bool hasEspVariant) const

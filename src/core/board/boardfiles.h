@@ -180,6 +180,8 @@ private:
     int m_boardInflates = -1;
     bool m_deflateFailed = false; // inflating ran out of memory in this connection
     QByteArray m_lastCallError;   // the error text of the last raw call
+    quint64 m_restarts = 0;       // restarts seen in the board's output
+    quint64 m_callSince = 0;      // m_restarts when the current fast call began
     QByteArray m_lastReply;       // the last upload packet's reply
     bool m_reportSpace = false;
 };

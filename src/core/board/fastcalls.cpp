@@ -16,6 +16,12 @@ constexpr int kFastCallTimeoutMs = 10000;
 // What one file (a digest, a folder made on FAT) may add to a call's time.
 constexpr int kPerFileMs = 2000;
 const QByteArray kNameError = QByteArrayLiteral("NameError");
+// What rawCall leaves as the error when the board restarted under a call.
+const QByteArray kRestartedCall = QByteArrayLiteral("(restarted)");
+// How often a waiting call looks for a restart in the board's output.
+constexpr int kRestartCheckMs = 100;
+// How long a failed upload waits for the rest of a reset's boot text.
+constexpr int kRestartSettleMs = 600;
 // The fast upload's status when inflating ran out of memory, and its note
 // when there was no room for a second copy.
 const QByteArray kInflateFailed = QByteArrayLiteral("#6");
@@ -49,6 +55,7 @@ bool BoardFiles::fastScript()
 {
     // One script for both board types: it wraps writes in pyb.FlashWriter() where the board has one.
     const QString path = scriptPath(QStringLiteral("Scripts/Fast"), QStringLiteral("fast"), false);
+    m_callSince = m_restarts;
     if (m_pasted.contains(path) && m_boardInflates >= 0)
         return m_link.to_raw();
     if (!upload_script(path))
@@ -90,15 +97,23 @@ QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
     timer.start();
     while (all.count(kCtrlD) < 2) {
         if (!m_link.hasReply()) {
-            const int left = timeoutMs - static_cast<int>(timer.elapsed());
-            if (left <= 0 || !m_link.awaitEod(left)) {
-                if (m_link.isOpen()) {
-                    log(tr("No answer from the board in %1 s: interrupted").arg(timeoutMs / 1000));
-                    resync();
-                }
+            if (m_restarts != m_callSince) {
+                // Reset behind an open port (its button, a watchdog): no answer will come.
+                log(tr("The board restarted during a call: starting it again"));
+                m_lastCallError = kRestartedCall;
+                resync();
                 return {};
             }
-            continue;
+            const int left = timeoutMs - static_cast<int>(timer.elapsed());
+            if (left > 0 && m_link.isOpen()) {
+                m_link.awaitEod(qMin(left, kRestartCheckMs));
+                continue;
+            }
+            if (m_link.isOpen()) {
+                log(tr("No answer from the board in %1 s: interrupted").arg(timeoutMs / 1000));
+                resync();
+            }
+            return {};
         }
         all += m_link.takeReply();
     }
@@ -142,14 +157,27 @@ QByteArray BoardFiles::fastCall(const QByteArray& call, int timeoutMs, bool* ok,
 {
     for (int attempt = 0;; ++attempt) {
         *ok = false;
-        if (!(script.isEmpty() ? fastScript() : upload_script(script)))
-            return {};
-        const QByteArray answer = rawCall(call, timeoutMs, ok);
-        if (*ok || attempt > 0 || !forgotScripts(m_lastCallError)) {
-            if (!*ok && m_lastCallError.contains(kNameError))
-                log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(m_lastCallError));
+        m_lastCallError.clear();
+        // A restart from here on (even during the paste) means no answer will come.
+        m_callSince = m_restarts;
+        QByteArray answer;
+        if (script.isEmpty() ? fastScript() : upload_script(script))
+            answer = rawCall(call, timeoutMs, ok);
+        if (*ok)
             return answer;
+        // Once more in a fresh raw REPL after a restart, or when the board forgot our scripts.
+        if (attempt == 0 && (m_lastCallError == kRestartedCall || m_restarts != m_callSince)) {
+            if (m_lastCallError != kRestartedCall) {
+                log(tr("The board restarted during a call: starting it again"));
+                resync();
+            }
+            continue;
         }
+        if (attempt == 0 && forgotScripts(m_lastCallError))
+            continue;
+        if (m_lastCallError.contains(kNameError))
+            log(QStringLiteral("&gt;&gt;") + QString::fromUtf8(m_lastCallError));
+        return answer;
     }
 }
 
@@ -260,7 +288,21 @@ bool BoardFiles::fastMkdir(const QString& path)
 
 bool BoardFiles::fastUploadAgain(const QString& target, bool deflated)
 {
-    // A board that forgot our scripts, or that cannot inflate after all, gets the file once more.
+    // A board that restarted under the upload, that forgot our scripts, or
+    // that cannot inflate after all, gets the file once more.
+    if (!m_lastReply.startsWith('#') && m_restarts == m_callSince) {
+        // A reset's first words (an ESP32 ROM's "ets ...") come before the
+        // lines that tell it is one.
+        QElapsedTimer settle;
+        settle.start();
+        while (m_restarts == m_callSince && settle.elapsed() < kRestartSettleMs && m_link.qWait(kRestartCheckMs)) {
+        }
+    }
+    if (m_restarts != m_callSince) {
+        log(tr("The board restarted during the upload of %1: sending it again").arg(target));
+        resync();
+        return true;
+    }
     if (forgotScripts(m_lastReply))
         return true;
     if (!deflated || !m_lastReply.startsWith(kInflateFailed))
