@@ -480,12 +480,23 @@ void TestBoardFiles::uartFlashAndFat()
     // Fast transfers off: our suffix means nothing, the user's file is listed.
     QVERIFY(names(s.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)).contains("mine.pelkam-tmp"));
     s.files.setFastTransfers(true);
-    QVERIFY(!s.files.upload(writeLocal(QStringLiteral("n.bin"), fresh), QStringLiteral("/app/main.py")));
-    // The next look at the folder puts the verified copy in place.
-    QVERIFY(waitFor([&] { return s.link.state() != MC_RAW; }, 5000));
+    // The reset between the two is noticed: the file goes again and the
+    // verified copy the reset left is put in place first, never deleted.
+    QVERIFY2(s.files.upload(writeLocal(QStringLiteral("n.bin"), fresh), QStringLiteral("/app/main.py")),
+             qPrintable(s.log.join('\n')));
+    QVERIFY(s.logged(QStringLiteral("restarted during the upload of /app/main.py")));
     QCOMPARE(names(s.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)), QStringList{"main.py"});
-    QVERIFY(s.logged(QStringLiteral("/app/main.py restored from its verified copy")));
     QCOMPARE(readFile(s.board.dump() + QStringLiteral("/app/main.py")), fresh);
+    {
+        // What such a reset leaves when Pelkam was not there to send the
+        // file again: the next look at the folder puts the copy in place.
+        BoardSession left(QStringLiteral("esp32"), {"--polite", "--fs", "fat"}, {{"app/main.py.pelkam-new", fresh}});
+        left.files.setFastTransfers(true);
+        QVERIFY(left.open());
+        QCOMPARE(names(left.files.mc_lsdir(QStringLiteral("/app"), MC_LIST_FILES)), QStringList{"main.py"});
+        QVERIFY(left.logged(QStringLiteral("/app/main.py restored from its verified copy")));
+        QCOMPARE(readFile(left.board.dump() + QStringLiteral("/app/main.py")), fresh);
+    }
     // The same board takes replaces from now on, and never in a busy moment.
     for (int i = 0; i < 2; ++i) {
         const QByteArray next = randomBytes(4000 + i * 1500, 33 + i);
