@@ -131,12 +131,20 @@ void WebReplRelay::accept()
     }
 }
 
+void WebReplRelay::pass(QTcpSocket* to, const QByteArray& data)
+{
+    to->write(data);
+    // Now, not on the next turn of the event loop: every hop would add to
+    // each round trip of the board's acknowledged pieces.
+    to->flush();
+}
+
 void WebReplRelay::boardConnected()
 {
     m_boardReached = true;
     m_board->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     if (!m_toBoard.isEmpty())
-        m_board->write(m_toBoard);
+        pass(m_board, m_toBoard);
     m_toBoard.clear();
 }
 
@@ -146,7 +154,7 @@ void WebReplRelay::fromClient()
         return;
     const QByteArray data = m_client->readAll();
     if (m_board && m_board->state() == QAbstractSocket::ConnectedState)
-        m_board->write(data);
+        pass(m_board, data);
     else
         m_toBoard += data;
 }
@@ -157,7 +165,7 @@ void WebReplRelay::fromBoard()
         return;
     const QByteArray marked = m_marker.mark(m_board->readAll());
     if (m_client && !marked.isEmpty())
-        m_client->write(marked);
+        pass(m_client, marked);
 }
 
 void WebReplRelay::boardGone()

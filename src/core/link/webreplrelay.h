@@ -46,6 +46,7 @@ public:
     };
 
 private:
+    static void pass(QTcpSocket* to, const QByteArray& data);
     void accept();
     void fromBoard();
     void fromClient();
