@@ -18,8 +18,6 @@ constexpr int kPerFileMs = 2000;
 const QByteArray kNameError = QByteArrayLiteral("NameError");
 // What rawCall leaves as the error when the board restarted under a call.
 const QByteArray kRestartedCall = QByteArrayLiteral("(restarted)");
-// How often a waiting call looks for a restart in the board's output.
-constexpr int kRestartCheckMs = 100;
 // How long a failed upload waits for the rest of a reset's boot text.
 constexpr int kRestartSettleMs = 600;
 // The fast upload's status when inflating ran out of memory, and its note
@@ -106,7 +104,7 @@ QByteArray BoardFiles::rawCall(const QByteArray& call, int timeoutMs, bool* ok)
             }
             const int left = timeoutMs - static_cast<int>(timer.elapsed());
             if (left > 0 && m_link.isOpen()) {
-                m_link.awaitEod(qMin(left, kRestartCheckMs));
+                m_link.awaitEodOrRestart(left);
                 continue;
             }
             if (m_link.isOpen()) {
@@ -295,8 +293,9 @@ bool BoardFiles::fastUploadAgain(const QString& target, bool deflated)
         // lines that tell it is one.
         QElapsedTimer settle;
         settle.start();
-        while (m_restarts == m_callSince && settle.elapsed() < kRestartSettleMs && m_link.qWait(kRestartCheckMs)) {
-        }
+        for (int left = kRestartSettleMs; m_restarts == m_callSince && left > 0 && m_link.isOpen();
+             left = kRestartSettleMs - static_cast<int>(settle.elapsed()))
+            m_link.awaitEodOrRestart(left);
     }
     if (m_restarts != m_callSince) {
         log(tr("The board restarted during the upload of %1: sending it again").arg(target));

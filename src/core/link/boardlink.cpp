@@ -127,7 +127,7 @@ int BoardLink::transferSize()
     return safeTransferSize(QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt());
 }
 
-int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)
+int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod, bool endOnRestart)
 {
     if (!isOpen())
         return Closed;
@@ -140,6 +140,8 @@ int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod)
         connect(m_transport.get(), &BoardTransport::readyRead, &loop, [&loop] { loop.exit(0); });
     if (endOnEod)
         connect(this, &BoardLink::eod, &loop, [&loop] { loop.exit(0); });
+    if (endOnRestart)
+        connect(this, &BoardLink::interpreterRestarted, &loop, [&loop] { loop.exit(0); });
     timer.start(ms);
     return loop.exec();
 }
@@ -180,6 +182,11 @@ bool BoardLink::replCommand(const QByteArray& line, int timeoutMs)
 bool BoardLink::awaitEod(int timeoutMs)
 {
     return waitLoop(timeoutMs, false, true) == 0;
+}
+
+bool BoardLink::awaitEodOrRestart(int timeoutMs)
+{
+    return waitLoop(timeoutMs, false, true, true) == 0;
 }
 
 void BoardLink::io_ready()

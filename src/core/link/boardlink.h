@@ -61,6 +61,8 @@ public:
     bool replCommand(const QByteArray& line, int timeoutMs);
     // Waits for the next end of reply without sending.
     bool awaitEod(int timeoutMs);
+    // The same, but a restart seen in the board's output also ends the wait.
+    bool awaitEodOrRestart(int timeoutMs);
     void processQueue();
     void flushQueue(bool init);
     void drain();
@@ -133,7 +135,7 @@ signals:
 
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
-    int waitLoop(int ms, bool endOnData, bool endOnEod);
+    int waitLoop(int ms, bool endOnData, bool endOnEod, bool endOnRestart = false);
     void drainQueue();
     // Hands bytes to the transport; where the board has a small input buffer,
     // paced so that it never overflows.
