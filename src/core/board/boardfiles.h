@@ -168,6 +168,9 @@ private:
     void stopQuietly();
     void reportSpace(const QString& path);
 
+    // How long the raw REPL may take to answer a Ctrl-A or an interrupt.
+    static constexpr int kRawSettleMs = 2000;
+
     friend class BoardBusy;
     BoardLink& m_link;
     MCDirModel* m_model = nullptr;

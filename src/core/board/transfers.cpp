@@ -1,0 +1,288 @@
+// BoardFiles: the packet exchange of uploads and downloads, shared by both
+// transfer modes.
+#include "boardfiles.h"
+
+#include "link/replbytes.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+
+using namespace replbytes;
+
+namespace {
+constexpr int kSizePacketTimeoutMs = 5000;
+constexpr int kChunkTimeoutMs = 6000;
+constexpr int kChecksumTimeoutMs = 5000;
+constexpr int kBeforeDataMs = 300;
+constexpr int kBeforeChecksumMs = 400;
+constexpr int kAckTimeoutMs = 1000;
+constexpr int kIdleStepMs = 200;
+constexpr int kIdleLimit = 10;
+// How fast a slow board reads its fresh copy back to check it.
+constexpr int kVerifyBytesPerMs = 20;
+
+QString hexUpper(const QByteArray& bytes)
+{
+    return QString::fromLatin1(bytes.toHex().toUpper());
+}
+} // namespace
+
+QByteArray BoardFiles::sizePacket(int length)
+{
+    return QByteArrayLiteral("!") + QByteArray::number(length).rightJustified(10, '0');
+}
+
+QByteArray BoardFiles::checksumPacket(quint32 sum)
+{
+    return QByteArrayLiteral("@") + QByteArray::number(sum).rightJustified(10, '0');
+}
+
+quint32 BoardFiles::byteSum(const QByteArray& data)
+{
+    quint32 sum = 0;
+    for (char c : data)
+        sum += static_cast<unsigned char>(c);
+    return sum;
+}
+
+// ---- Upload ----
+
+QString BoardFiles::forbiddenIn(const QString& target)
+{
+    for (const QChar c : target)
+        if (kForbiddenCharacters.contains(c))
+            return tr("Cannot upload - forbidden character %1 in %2").arg(c).arg(target);
+    return QString();
+}
+
+bool BoardFiles::checkTarget(const QString& target)
+{
+    const QString refusal = forbiddenIn(target);
+    if (!refusal.isEmpty())
+        log(refusal);
+    return refusal.isEmpty();
+}
+
+bool BoardFiles::upload(const QString& source, const QString& target)
+{
+    if (!checkTarget(target))
+        return false;
+    log(tr("Start uploading \"%1\" -> \"%2\"").arg(source, target));
+    QFile file(source);
+    if (!file.open(QIODevice::ReadOnly)) {
+        log(tr("Cannot read from %1: %2").arg(source, file.errorString()));
+        return false;
+    }
+    return upload(&file, target);
+}
+
+bool BoardFiles::upload(QIODevice* source, const QString& target)
+{
+    const BoardBusy scope(*this);
+    const bool fast = fastTransfers();
+    const QByteArray raw = source->readAll();
+    emit fileOpsEnableRequested(false);
+    const int chunk = m_link.chunkSize();
+    for (int attempt = 0;; ++attempt) {
+        QByteArray text;
+        QString call;
+        bool deflated = false;
+        if (fast) {
+            if (!fastScript())
+                return false;
+            call = fastUploadCall(raw, target, chunk, &text, &deflated);
+        } else {
+            text = raw.toBase64();
+            if (!upload_script(scriptPath(QStringLiteral("Scripts/Upload"), QStringLiteral("upload"), true)))
+                return false;
+            call = QStringLiteral("_upload(%1, %2)").arg(pyString(target)).arg(chunk);
+        }
+        if (!m_link.write(call.toLatin1() + kCtrlD))
+            return false;
+
+        bool cancelled = false;
+        // The fast script reads its copy back before it answers.
+        const int verifyMs = fast ? raw.size() / kVerifyBytesPerMs : 0;
+        const QString failure = sendTransfer(text, chunk, fast, &cancelled, verifyMs);
+        if (cancelled) {
+            emit fileOpsEnableRequested(true);
+            return false;
+        }
+        if (failure.isEmpty())
+            break;
+        if (fast && attempt == 0 && fastUploadAgain(target, deflated))
+            continue;
+        log(m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28") ? tr("Not enough room on the board")
+                                                                               : failure);
+        recover();
+        return false;
+    }
+    if (fast)
+        reportInPlace(target);
+    log(tr("Finished uploading to %1").arg(target));
+    emit fileOpsEnableRequested(true);
+    // The fast script's status arrives with the raw prompt that follows it.
+    return fast ? m_link.isOpen() : settleRaw();
+}
+
+QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs)
+{
+    const auto invalid = [](const QByteArray& reply) { return tr("Invalid reply %1. Aborted").arg(hexUpper(reply)); };
+    QByteArray reply;
+    QString failure =
+        request(sizePacket(text.size()), kSizePacketTimeoutMs, tr("Error while starting the transmission. Aborted"),
+                tr("No reply for the transmitted data. Aborted"), &reply);
+    if (failure.isEmpty() && !reply.endsWith("#9"))
+        failure = invalid(reply);
+    if (!failure.isEmpty())
+        return failure;
+    if (!fast)
+        m_link.qWait(kBeforeDataMs);
+    emit progressStarted(text.size());
+
+    for (int offset = 0; offset < text.size(); offset += chunk) {
+        failure = request(text.mid(offset, chunk), kChunkTimeoutMs, tr("Transmission error. Aborted"),
+                          tr("No reply. Aborted"), &reply);
+        if (failure.isEmpty() && !reply.endsWith("#9"))
+            failure = invalid(reply);
+        if (!failure.isEmpty()) {
+            emit progressFinished();
+            return failure;
+        }
+        emit progressChanged(offset + chunk);
+        if (m_cancel) {
+            emit progressFinished();
+            stopQuietly();
+            cancelRequested();
+            *cancelled = true;
+            return QString();
+        }
+    }
+    emit progressFinished();
+
+    if (!fast)
+        m_link.qWait(kBeforeChecksumMs);
+    failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs + verifyMs,
+                      tr("Finalization error (during transmission phase). Aborted"),
+                      tr("Finalization error (during reception phase). Aborted"), &reply);
+    if (failure.isEmpty() && !reply.startsWith("#0"))
+        failure = invalid(reply);
+    return failure;
+}
+
+QString BoardFiles::request(const QByteArray& packet, int timeoutMs, const QString& onTimeout, const QString& onSilence,
+                            QByteArray* reply)
+{
+    m_lastReply.clear();
+    if (!m_link.tranceive(packet, timeoutMs))
+        return onTimeout;
+    if (!m_link.hasReply())
+        return onSilence;
+    *reply = m_link.takeReply();
+    m_lastReply = *reply;
+    return QString();
+}
+
+bool BoardFiles::settleRaw()
+{
+    if (!m_link.write(QByteArray(1, kCtrlA)))
+        return false;
+    // Consume the raw REPL's answer so its ">" cannot end the next exchange.
+    QByteArray seen;
+    QElapsedTimer timer;
+    timer.start();
+    while (!seen.contains(kRawBanner) && timer.elapsed() < kRawSettleMs && m_link.isOpen()) {
+        m_link.awaitEod(kRawSettleMs - static_cast<int>(timer.elapsed()));
+        while (m_link.hasReply())
+            seen += m_link.takeReply();
+    }
+    m_link.clearQueue();
+    return m_link.isOpen();
+}
+
+// ---- Download ----
+
+bool BoardFiles::download(const QString& source, const QString& localPath)
+{
+    QFile file(localPath);
+    if (!file.open(QIODevice::WriteOnly | QIODevice::Truncate)) {
+        log(tr("Cannot write to %1: %2").arg(localPath, file.errorString()));
+        return false;
+    }
+    return download(source, &file);
+}
+
+bool BoardFiles::download(const QString& source, QFile* target)
+{
+    const BoardBusy scope(*this);
+    m_lastDownloadOk = false;
+    emit fileOpsEnableRequested(false);
+    if (!upload_script(scriptPath(QStringLiteral("Scripts/Download"), QStringLiteral("download"), false)))
+        return false;
+    const QString call = QStringLiteral("_download(%1)").arg(pyString(source));
+    if (!m_link.write(call.toLatin1() + kCtrlD))
+        return false;
+    log(tr("Downloading %1").arg(source));
+
+    quint64 sum = 0;
+    bool ok = false;
+    bool finished = false;
+    int idle = 1;
+    for (;;) {
+        if (!m_link.hasReply()) {
+            const quint64 before = m_link.bytesReceived();
+            if (!m_link.qDelay(kIdleStepMs))
+                break;
+            m_link.io_ready();
+            // Only waits that brought nothing count: at a low baud rate one
+            // block arrives in many small reads.
+            if (m_link.bytesReceived() != before)
+                idle = 0;
+            else if (!(idle++ < kIdleLimit))
+                break;
+            continue;
+        }
+        QByteArray reply = m_link.takeReply();
+        idle = 0;
+        if (reply.isEmpty() || reply == "OK")
+            continue;
+        if (reply.endsWith("#8")) {
+            reply.chop(2);
+            const QByteArray data = QByteArray::fromBase64(reply);
+            target->write(data);
+            for (char c : data)
+                sum += static_cast<unsigned char>(c);
+            // Anything but "^^" makes the board end the transfer cleanly.
+            if (!m_link.tranceive(m_cancel ? QByteArrayLiteral("!!") : QByteArrayLiteral("^^"), kAckTimeoutMs)) {
+                log(tr("Communication timed out"));
+                break;
+            }
+        } else if (reply.endsWith("#7")) {
+            reply.chop(2);
+            const quint64 board = reply.trimmed().toULongLong();
+            ok = board == (sum & 0xFFFFFFFFu);
+            finished = true;
+            if (!ok) // the missing closing parenthesis is the message's own
+                log(tr("File downloaded with errors!! (checksum mismatch %1 vs %2").arg(board).arg(sum));
+            break;
+        } else if (reply.endsWith("#6")) {
+            reply.chop(2);
+            finished = true;
+            if (!(m_cancel && cancelRequested()))
+                log(tr("Transmission error: %1").arg(QString::fromLatin1(reply)));
+            break;
+        } else {
+            log(tr("Communication error - unexpected data"));
+            break;
+        }
+    }
+    target->flush();
+    if (ok)
+        log(tr("Download from %1 completed").arg(source));
+    m_lastDownloadOk = ok;
+    if (!finished)
+        recover();
+    emit fileOpsEnableRequested(true);
+    m_link.clearQueue();
+    return settleRaw();
+}
