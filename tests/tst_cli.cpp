@@ -54,7 +54,9 @@ private slots:
                                     "mkdir", "hash", "exec LOCAL_SCRIPT", "install PACKAGE", "sync LOCAL_DIR BOARD_DIR",
                                     "--dry-run", "backup BOARD_DIR LOCAL_DIR", "--force"})
             QVERIFY2(help.out.contains(command), command);
-        QCOMPARE(cli({"--port", m_dir.filePath("no-such-device"), "info"}).code, 1);
+        const Run missing = cli({"--port", m_dir.filePath("no-such-device"), "info"});
+        QCOMPARE(missing.code, 1);
+        QCOMPARE(missing.err.count("Cannot connect to"), 1);
     }
 
     void everyCommand_data()

@@ -119,8 +119,21 @@ struct Context {
     bool option(const char* name) const { return parser.isSet(QString::fromLatin1(name)); }
     template <typename Sender, typename Signal> void logTo(Sender* sender, Signal signal)
     {
-        QObject::connect(sender, signal, [this](const QString& s) { err << plain(s) << '\n' << Qt::flush; });
+        // The window's terminal and log both hear of a failed connect; here
+        // they share standard error, where once is enough.
+        const int source = ++sources;
+        QObject::connect(sender, signal, [this, source](const QString& s) {
+            const QString line = plain(s);
+            if (line == lastLine && source != lastSource)
+                return;
+            lastLine = line;
+            lastSource = source;
+            err << line << '\n' << Qt::flush;
+        });
     }
+    int sources = 0;
+    int lastSource = 0;
+    QString lastLine;
 };
 
 int cmdInfo(Context& c)
@@ -619,7 +632,7 @@ int main(int argc, char* argv[])
     BoardFiles files(link);
     if (parser.isSet(QStringLiteral("fast")))
         files.setFastTransfers(true);
-    Context context{link, files, parser, args, out, err, isatty(STDERR_FILENO) != 0};
+    Context context{link, files, parser, args, out, err, isatty(STDERR_FILENO) != 0, 0, 0, QString()};
     context.logTo(&link, &BoardLink::logLine);
     context.logTo(&files, &BoardFiles::logLine);
     context.logTo(&link, &BoardLink::terminalLine);
