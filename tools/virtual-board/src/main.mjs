@@ -56,7 +56,8 @@ const USAGE = `usage: virtual-board [options]
   --bridge                resets keep the port open, as behind a USB-serial
                           bridge (SIGWINCH: a hard reset that keeps the port)
   --fragment SEED         cut board output into pieces of random size (1 byte
-                          up) with random gaps, replayable by SEED
+                          up) with random gaps, replayable by SEED; over
+                          WebREPL, each write cut into messages at random
   --max-gap MS            longest gap between fragments (default 25)
 faults (byte positions count from 0, after --arm-on has been seen if given):
   --arm-on TEXT           start counting fault positions after the PC sent TEXT
@@ -504,17 +505,32 @@ let webreplClient = null; // { ws, loggedIn, typed }
 // Each board write is a text message of its own, as MicroPython sends it:
 // a character's bytes may land in two messages. --cut-characters makes that
 // certain: each byte of a non-ASCII character goes in a message of its own.
+// With --fragment, writes are also cut at random points (a board's stdout
+// writes come in whatever pieces its program and buffers make).
+const webreplCuts = opts.fragment >= 0 ? seededRandom(opts.fragment + 1) : null;
+
+function sendWebRepl(data) {
+  const { ws } = webreplClient;
+  if (!webreplCuts) return ws.send(data, { binary: false });
+  for (let at = 0; at < data.length; ) {
+    const r = webreplCuts();
+    const n = 1 + Math.floor(r * r * r * 256);
+    ws.send(data.subarray(at, at + n), { binary: false });
+    at += n;
+  }
+}
+
 function toWebRepl(data) {
   if (!webreplClient || !webreplClient.loggedIn || webreplClient.deactivated || data.length === 0) return;
   if (!opts.cutCharacters) {
-    webreplClient.ws.send(data, { binary: false });
+    sendWebRepl(data);
     return;
   }
   let from = 0;
   for (let i = 0; i <= data.length; i++) {
     if (i < data.length && data[i] < 0x80) continue;
-    if (i > from) webreplClient.ws.send(data.subarray(from, i), { binary: false });
-    if (i < data.length) webreplClient.ws.send(data.subarray(i, i + 1), { binary: false });
+    if (i > from) sendWebRepl(data.subarray(from, i));
+    if (i < data.length) sendWebRepl(data.subarray(i, i + 1));
     from = i + 1;
   }
 }
