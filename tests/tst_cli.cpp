@@ -92,9 +92,16 @@ private slots:
         QCOMPARE(readFile(m_dir.filePath("out.bin")), data);
         QCOMPARE(cli(port + QStringList{"get", "/nothere", m_dir.filePath("x.bin")}).code, 1);
 
-        r = cli(port + QStringList{"exec", writeFile(m_dir.filePath("s.py"), "print(6*7)\n")});
+        // A script's output as it was printed: a ">" of its own, UTF-8, no last line end.
+        r = cli(port + QStringList{"exec", writeFile(m_dir.filePath("s.py"),
+                                                     "print(6*7, 'a>')\nprint('h\\u00e4llo', end='')\n")});
         QCOMPARE(r.code, 0);
-        QVERIFY(r.out.contains("42"));
+        QCOMPARE(r.out, QByteArray("42 a>\nh\xc3\xa4llo"));
+        // An exception: its traceback on stderr, whole, and exit status 1.
+        r = cli(port + QStringList{"exec", writeFile(m_dir.filePath("e.py"), "print(1)\nraise ValueError('<bad>')\n")});
+        QCOMPARE(r.code, 1);
+        QCOMPARE(r.out, QByteArray("1\n"));
+        QVERIFY2(r.err.contains("File \"<stdin>\", line 2") && r.err.contains("ValueError: <bad>"), r.err.constData());
         QCOMPARE(cli(port + QStringList{"rmdir", "/data/sub"}).code, 1);
         QCOMPARE(cli(port + QStringList{"rm", "/data/sub/in.bin"}).code, 0);
         QCOMPARE(cli(port + QStringList{"rm", "/data/sub/in.bin"}).code, 1);

@@ -22,6 +22,8 @@
 #include <QTimer>
 
 #include <cstdio>
+
+#include <cstdio>
 #include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -48,8 +50,9 @@ const char* const kCommands = R"(Commands:
   rmdir BOARD_PATH             remove an empty board folder
   mkdir BOARD_PATH             create a board folder, with its parents
   hash BOARD_PATH              print the board's digest of a file (MD5, or SHA1)
-  exec LOCAL_SCRIPT            run a script on the board, its output on stdout;
-                               a board that restarts meanwhile ends it (exit 1)
+  exec LOCAL_SCRIPT            run a script on the board, its output on stdout as
+                               printed, a traceback on stderr (exit 1); a board
+                               that restarts meanwhile ends it (exit 1)
   install PACKAGE              install a .upack or .ufw package; prints each board
                                path uploaded. A .ufw whose tar headers turn corrupt
                                midway counts as failed here (the window reports it
@@ -221,13 +224,14 @@ int cmdExec(Context& c)
         c.err << "Cannot open " << script << '\n';
         return kExitFailed;
     }
-    // The script's own output goes to standard output, our log stays on stderr.
-    QObject::disconnect(&c.files, &BoardFiles::logLine, nullptr, nullptr);
-    QObject::connect(&c.files, &BoardFiles::logLine, [&c](const QString& s) {
-        if (s.startsWith(QLatin1String("&gt;&gt;")))
-            c.out << plain(s).mid(2) << '\n' << Qt::flush;
-        else
-            c.err << plain(s) << '\n' << Qt::flush;
+    // The script's output goes to standard output byte for byte, its
+    // traceback to standard error; our log stays on standard error too.
+    c.files.setWholeScriptOutput(true);
+    QObject::connect(&c.files, &BoardFiles::scriptOutput, [&c](const QByteArray& bytes, bool error) {
+        (error ? c.err : c.out).flush();
+        FILE* stream = error ? stderr : stdout;
+        fwrite(bytes.constData(), 1, static_cast<size_t>(bytes.size()), stream);
+        fflush(stream);
     });
     // A board reset behind a port that stays open (its button, a watchdog)
     // never gives the raw prompt the run waits for: the script is gone, so
@@ -240,7 +244,8 @@ int cmdExec(Context& c)
         c.err << "The board restarted while the script ran\n" << Qt::flush;
         QMetaObject::invokeMethod(&c.link, [&c] { c.link.connectionClosed(); }, Qt::QueuedConnection);
     });
-    return c.files.execute_script(script) && c.link.isOpen() && !restarted ? kExitOk : kExitFailed;
+    const bool ran = c.files.execute_script(script) && c.link.isOpen() && !restarted;
+    return ran && !c.files.scriptRaised() ? kExitOk : kExitFailed;
 }
 
 int cmdInstall(Context& c)

@@ -213,6 +213,12 @@ bool BoardFiles::execute_script(const QString& path)
         log(tr("Cannot upload script %1").arg(path));
         return false;
     }
+    if (m_wholeOutput) {
+        followScript();
+        log(tr("Script %1 executed").arg(path));
+        m_link.setState(MC_RAW);
+        return true;
+    }
     bool prompt = false;
     while (m_link.isOpen() && !prompt) {
         m_link.qDelay(kExecuteStepMs);
@@ -231,6 +237,46 @@ bool BoardFiles::execute_script(const QString& path)
     log(tr("Script %1 executed").arg(path));
     m_link.setState(MC_RAW);
     return true;
+}
+
+// The raw REPL frames a run as "OK", the output, 0x04, the error text, 0x04
+// and ">"; a ">" anywhere else is the script's own.
+void BoardFiles::followScript()
+{
+    m_scriptRaised = false;
+    int ends = 0; // the 0x04 bytes seen
+    bool started = false;
+    const auto pass = [&](QByteArray bytes) {
+        if (!started && !bytes.isEmpty()) {
+            started = true;
+            if (bytes.startsWith("OK"))
+                bytes.remove(0, 2);
+        }
+        for (int from = 0; ends < 2;) {
+            const int at = bytes.indexOf(kCtrlD, from);
+            const QByteArray piece = bytes.mid(from, at < 0 ? -1 : at - from);
+            if (!piece.isEmpty()) {
+                m_scriptRaised = m_scriptRaised || ends == 1;
+                emit scriptOutput(piece, ends == 1);
+            }
+            if (at < 0)
+                break;
+            ++ends;
+            from = at + 1;
+        }
+    };
+    while (m_link.isOpen()) {
+        m_link.qDelay(kExecuteStepMs);
+        while (m_link.hasReply())
+            pass(m_link.takeReply() + '\n'); // the link cut its "\r\n"
+        QByteArray rest = m_link.pendingBuffer();
+        if (ends + rest.count(kCtrlD) >= 2 && rest.endsWith('>')) {
+            m_link.clearBuffer();
+            rest.chop(1);
+            pass(rest);
+            return;
+        }
+    }
 }
 
 bool BoardFiles::debug()

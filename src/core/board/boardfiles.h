@@ -64,6 +64,12 @@ public:
 
     bool upload_script(const QString& path);
     bool execute_script(const QString& path);
+    // Off by default, where a run's output is logged line by line until a
+    // ">" ends it. On (the CLI): the output goes out as scriptOutput, as the
+    // board sent it, until the raw REPL's own end, its error text apart.
+    void setWholeScriptOutput(bool on) { m_wholeOutput = on; }
+    // With whole output: whether the last script ended in an exception.
+    bool scriptRaised() const { return m_scriptRaised; }
     bool debug();
 
     bool upload(const QString& source, const QString& target);
@@ -116,12 +122,14 @@ signals:
     void progressChanged(int value);
     void progressFinished();
     void queryInfoFinished();
+    void scriptOutput(const QByteArray& bytes, bool error);
     // Bytes free and in all on the listed folder's file system; both -1 when
     // the board cannot tell (no os.statvfs).
     void spaceReported(qint64 freeBytes, qint64 totalBytes);
 
 private:
     bool readScript(const QString& path, QByteArray* text);
+    void followScript();
     QString substituteDir(QString command, const QString& dir) const;
     // Leaves a board stuck in one of our functions and forgets the REPL mode,
     // so the next operation starts from a clean prompt.
@@ -187,4 +195,6 @@ private:
     quint64 m_callSince = 0;      // m_restarts when the current fast call began
     QByteArray m_lastReply;       // the last upload packet's reply
     bool m_reportSpace = false;
+    bool m_wholeOutput = false;
+    bool m_scriptRaised = false;
 };
