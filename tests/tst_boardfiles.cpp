@@ -422,6 +422,12 @@ void TestBoardFiles::fastTransfers()
         QCOMPARE(s.board.readFile(QStringLiteral("old.bin")), QByteArray("old"));
         QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/old.bin.pelkam-tmp")));
         QVERIFY2(!s.logged(QStringLiteral("Traceback")), qPrintable(s.log.join('\n')));
+        // A folder in the file's place: the board's reason in words, the folder untouched.
+        QVERIFY(s.files.mc_mkdir(s.root() + QStringLiteral("dir")));
+        QVERIFY(!s.files.upload(writeLocal(QStringLiteral("d.py"), "x"), s.root() + QStringLiteral("dir")));
+        QVERIFY2(s.logged(QStringLiteral("The board cannot write ") + s.root() + QStringLiteral("dir: [Errno")),
+                 qPrintable(s.log.join('\n')));
+        QVERIFY(s.files.mc_direxists(s.root() + QStringLiteral("dir")));
     }
 }
 

@@ -79,7 +79,8 @@ private slots:
         const QByteArray data = QByteArray("payload\x00\xff", 9).repeated(500);
         const QString local = writeFile(m_dir.filePath("in.bin"), data);
         QCOMPARE(cli(port + QStringList{"mkdir", "/data/sub"}).code, 0);
-        QCOMPARE(cli(port + QStringList{"put", local, "/data/sub/in.bin"}).code, 0);
+        // Into a board folder, as cp does.
+        QCOMPARE(cli(port + QStringList{"put", local, "/data/sub"}).code, 0);
         r = cli(port + QStringList{"ls", "/data/sub"});
         QCOMPARE(r.code, 0);
         QCOMPARE(r.out, QByteArray("f 4500 in.bin\n"));
@@ -90,6 +91,9 @@ private slots:
         QCOMPARE(cli(port + QStringList{"hash", "/nothere"}).code, 1);
         QCOMPARE(cli(port + QStringList{"get", "/data/sub/in.bin", m_dir.filePath("out.bin")}).code, 0);
         QCOMPARE(readFile(m_dir.filePath("out.bin")), data);
+        QVERIFY(QDir(m_dir.path()).mkpath("down"));
+        QCOMPARE(cli(port + QStringList{"get", "/data/sub/in.bin", m_dir.filePath("down")}).code, 0);
+        QCOMPARE(readFile(m_dir.filePath("down/in.bin")), data);
         QCOMPARE(cli(port + QStringList{"get", "/nothere", m_dir.filePath("x.bin")}).code, 1);
 
         // A script's output as it was printed: a ">" of its own, UTF-8, no last line end.
@@ -525,14 +529,17 @@ void TestCli::severalBoardsWriteApart()
     QVERIFY2(r.code == 0, r.err.constData());
     r = cli(ports + QStringList{"get", "/main.py", out.filePath("got/main.py")});
     QVERIFY2(r.code == 0, r.err.constData());
-    QSet<QByteArray> saved, got;
-    for (const QString& sub : QDir(out.filePath("saved")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
-        saved << readFile(out.filePath("saved/" + sub + "/main.py"));
-    for (const QString& sub : QDir(out.filePath("got")).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
-        got << readFile(out.filePath("got/" + sub + "/main.py"));
+    // A get into a folder: a folder per board within it.
+    QVERIFY(QDir().mkpath(out.filePath("into")));
+    r = cli(ports + QStringList{"get", "/main.py", out.filePath("into")});
+    QVERIFY2(r.code == 0, r.err.constData());
     const QSet<QByteArray> both{"# a", "# b"};
-    QCOMPARE(saved, both);
-    QCOMPARE(got, both);
+    for (const char* folder : {"saved", "got", "into"}) {
+        QSet<QByteArray> found;
+        for (const QString& sub : QDir(out.filePath(folder)).entryList(QDir::Dirs | QDir::NoDotAndDotDot))
+            found << readFile(out.filePath(QString::fromLatin1(folder) + "/" + sub + "/main.py"));
+        QCOMPARE(found, both);
+    }
 }
 
 QTEST_GUILESS_MAIN(TestCli)

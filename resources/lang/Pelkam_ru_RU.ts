@@ -210,6 +210,10 @@
         <source>The board restarted during the upload of %1: sending it again</source>
         <translation>Плата перезапустилась во время загрузки %1: отправляем файл снова</translation>
     </message>
+    <message>
+        <source>The board cannot write %1: %2</source>
+        <translation>Плата не может записать %1: %2</translation>
+    </message>
 </context>
 <context>
     <name>BoardLink</name>

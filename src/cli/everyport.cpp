@@ -165,12 +165,15 @@ int runOnEveryPort(const QStringList& ports, int localArg, bool localIsFolder)
         QStringList args = common;
         if (localIndex >= 0) {
             // Every board writes into its own subfolder: never one path from several boards.
-            const QFileInfo local(args.at(localIndex));
+            const QString given = args.at(localIndex);
+            const QFileInfo local(given);
             const QString folder = portFolder(b.port, ports);
-            const QString mine = localIsFolder
+            // A get into a folder stays a get into a folder, one per board.
+            const bool intoFolder = localIsFolder || given.endsWith(QLatin1Char('/')) || local.isDir();
+            const QString mine = intoFolder
                                      ? QDir(local.filePath()).filePath(folder)
                                      : QDir(local.path()).filePath(folder + QLatin1Char('/') + local.fileName());
-            QDir().mkpath(QFileInfo(mine).path());
+            QDir().mkpath(intoFolder ? mine : QFileInfo(mine).path());
             args[localIndex] = mine;
         }
         b.process->start(QCoreApplication::applicationFilePath(), QStringList{QStringLiteral("--port"), b.port} + args);

@@ -21,7 +21,9 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <cstdio>
 #include <functional>
@@ -44,8 +46,8 @@ constexpr int kStopCloseMs = 1500;
 const char* const kCommands = R"(Commands:
   info                         print the board's uname record
   ls DIR                       list a board folder: "d NAME" or "f SIZE NAME" lines
-  get BOARD_PATH LOCAL_PATH    download a board file
-  put LOCAL_PATH BOARD_PATH    upload a file to the board
+  get BOARD_PATH LOCAL_PATH    download a board file (into LOCAL_PATH if a folder)
+  put LOCAL_PATH BOARD_PATH    upload a file (into BOARD_PATH if a board folder)
   rm BOARD_PATH                remove a board file
   rmdir BOARD_PATH             remove an empty board folder
   mkdir BOARD_PATH             create a board folder, with its parents
@@ -173,14 +175,18 @@ int cmdGet(Context& c)
 {
     // Written beside the target and put in place once checked: an interrupted
     // download leaves no half file and the old one whole.
-    const QString local = c.args.value(1);
+    const QString source = c.args.value(0);
+    QString local = c.args.value(1);
+    // Into a folder, as cp does: under the board file's own name.
+    if (local.endsWith(QLatin1Char('/')) || QFileInfo(local).isDir())
+        local = QDir(local).filePath(source.section(QLatin1Char('/'), -1));
     const QString part = local + BoardBackup::kPartSuffix;
-    const bool ok = c.files.download(c.args.value(0), part) && c.files.lastDownloadOk() && !stopRequested();
+    const bool ok = c.files.download(source, part) && c.files.lastDownloadOk() && !stopRequested();
     if (ok) {
-        QFile::remove(local);
-        if (QFile::rename(part, local))
+        // rename(2) replaces the old file in one step: never neither of the two.
+        if (::rename(QFile::encodeName(part).constData(), QFile::encodeName(local).constData()) == 0)
             return kExitOk;
-        c.err << "Cannot write to " << local << '\n';
+        c.err << "Cannot write to " << local << ": " << strerror(errno) << '\n';
     }
     QFile::remove(part);
     return kExitFailed;
@@ -188,7 +194,12 @@ int cmdGet(Context& c)
 
 int cmdPut(Context& c)
 {
-    return c.files.upload(c.args.value(0), c.args.value(1)) ? kExitOk : kExitFailed;
+    const QString local = c.args.value(0);
+    QString target = c.args.value(1);
+    // Into a board folder, as cp does: under the local file's own name.
+    if (target.endsWith(QLatin1Char('/')) || c.files.mc_direxists(target))
+        target = (target.endsWith(QLatin1Char('/')) ? target : target + QLatin1Char('/')) + QFileInfo(local).fileName();
+    return c.files.upload(local, target) ? kExitOk : kExitFailed;
 }
 
 int cmdRemove(Context& c, bool isDir)

@@ -170,6 +170,8 @@ private:
     // The fast upload's call; *text gets what is to be sent (deflated where it pays).
     QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text, bool* deflated);
     bool fastMkdir(const QString& path);
+    // What a failed upload logs: the board's reason where it gave one.
+    QString uploadFailure(const QString& target, bool fast, const QString& failure) const;
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.

@@ -112,8 +112,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
             break;
         if (fast && attempt == 0 && fastUploadAgain(target, deflated))
             continue;
-        log(m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28") ? tr("Not enough room on the board")
-                                                                               : failure);
+        log(uploadFailure(target, fast, failure));
         recover();
         return false;
     }
@@ -123,6 +122,20 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     emit fileOpsEnableRequested(true);
     // The fast script's status arrives with the raw prompt that follows it.
     return fast ? m_link.isOpen() : settleRaw();
+}
+
+QString BoardFiles::uploadFailure(const QString& target, bool fast, const QString& failure) const
+{
+    if (m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28"))
+        return tr("Not enough room on the board");
+    // The fast script says why it cannot write (a folder of that name, a
+    // read-only file system) where the default one gives the bare reply.
+    if (fast && m_lastReply.startsWith("#8")) {
+        QByteArray reason = m_lastReply.mid(2);
+        reason.replace(kCtrlD, QByteArray());
+        return tr("The board cannot write %1: %2").arg(target, QString::fromUtf8(reason.trimmed()));
+    }
+    return failure;
 }
 
 QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs)
