@@ -396,8 +396,10 @@ void TestCli::stopSignals()
     {
         Background exec(port + QStringList{"exec", loop});
         QVERIFY2(waitFor([&] { return exec.out.count("tick") > 5; }, 30000), exec.err.constData());
+        // A command gives up on its board 1.5 s after the signal; the rest is
+        // slack for a loaded or sanitized build.
         const qint64 took = exec.stop(SIGINT);
-        QVERIFY2(took >= 0 && took < 2000, qPrintable(QString::number(took)));
+        QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
         QCOMPARE(exec.p.exitCode(), 130);
     }
     QCOMPARE(cli(port + QStringList{"info"}).code, 0);
@@ -419,7 +421,7 @@ void TestCli::stopSignals()
         QVERIFY(waitFor([&] { return get.err.contains("Downloading"); }, 30000));
         QTest::qWait(300);
         const qint64 took = get.stop(SIGTERM);
-        QVERIFY(took >= 0 && took < 2000);
+        QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
         QCOMPARE(get.p.exitCode(), 143);
     }
     QCOMPARE(readFile(local), QByteArray("old"));
@@ -429,7 +431,7 @@ void TestCli::stopSignals()
     Background both({"--port", board.path(), "--port", other.path(), "--type", "esp32", "exec", loop});
     QVERIFY(waitFor([&] { return both.out.count("tick") > 10; }, 30000));
     const qint64 took = both.stop(SIGTERM);
-    QVERIFY2(took >= 0 && took < 3000, qPrintable(QString::number(took)));
+    QVERIFY2(took >= 0 && took < 4500, qPrintable(QString::number(took)));
     QCOMPARE(both.p.exitCode(), 143);
     QVERIFY2(both.err.contains("failed (exit 143)"), both.err.constData());
     QCOMPARE(cli(port + QStringList{"info"}).code, 0);
