@@ -84,7 +84,12 @@ private slots:
         r = cli(port + QStringList{"ls", "/data/sub"});
         QCOMPARE(r.code, 0);
         QCOMPARE(r.out, QByteArray("f 4500 in.bin\n"));
-        QCOMPARE(cli(port + QStringList{"ls", "/nothere"}).code, 1);
+        // --quiet: results only, the log once something fails.
+        r = cli(port + QStringList{"-q", "ls", "/data/sub"});
+        QVERIFY2(r.code == 0 && r.out == "f 4500 in.bin\n" && r.err.isEmpty(), r.err.constData());
+        r = cli(port + QStringList{"--quiet", "ls", "/nothere"});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("No such board folder") && r.err.contains("REPL initialized"), r.err.constData());
         r = cli(port + QStringList{"hash", "/data/sub/in.bin"});
         QCOMPARE(r.code, 0);
         QCOMPARE(r.out.trimmed(), QCryptographicHash::hash(data, QCryptographicHash::Md5).toHex());

@@ -111,6 +111,43 @@ int usage(const QString& message)
     return kExitUsage;
 }
 
+// Where the log goes: standard error, or with --quiet held back and shown
+// only when the command fails.
+struct LogSink {
+    static constexpr int kHeldLines = 400;
+    LogSink(QTextStream& stream, bool holdBack) : err(stream), quiet(holdBack) {}
+    QTextStream& err;
+    bool quiet;
+    int sources = 0;
+    int lastSource = 0;
+    QString lastLine;
+    QStringList held;
+
+    void line(int source, const QString& text)
+    {
+        // The window's terminal and log both hear of a failed connect; here
+        // they share standard error, where once is enough.
+        if (text == lastLine && source != lastSource)
+            return;
+        lastLine = text;
+        lastSource = source;
+        if (!quiet) {
+            err << text << '\n' << Qt::flush;
+            return;
+        }
+        held << text;
+        if (held.size() > kHeldLines)
+            held.removeFirst();
+    }
+    void release()
+    {
+        for (const QString& text : qAsConst(held))
+            err << text << '\n';
+        err << Qt::flush;
+        held.clear();
+    }
+};
+
 // What every command works with.
 struct Context {
     BoardLink& link;
@@ -120,25 +157,14 @@ struct Context {
     QTextStream& out;
     QTextStream& err;
     bool terminal; // standard error is a terminal: progress lines are shown
+    LogSink& sink;
 
     bool option(const char* name) const { return parser.isSet(QString::fromLatin1(name)); }
     template <typename Sender, typename Signal> void logTo(Sender* sender, Signal signal)
     {
-        // The window's terminal and log both hear of a failed connect; here
-        // they share standard error, where once is enough.
-        const int source = ++sources;
-        QObject::connect(sender, signal, [this, source](const QString& s) {
-            const QString line = plain(s);
-            if (line == lastLine && source != lastSource)
-                return;
-            lastLine = line;
-            lastSource = source;
-            err << line << '\n' << Qt::flush;
-        });
+        const int source = ++sink.sources;
+        QObject::connect(sender, signal, [this, source](const QString& s) { sink.line(source, plain(s)); });
     }
-    int sources = 0;
-    int lastSource = 0;
-    QString lastLine;
 };
 
 int cmdInfo(Context& c)
@@ -582,6 +608,8 @@ int main(int argc, char* argv[])
     parser.addOption({QStringLiteral("delete"),
                       QStringLiteral("sync, watch: remove board files and folders the local folder lacks.")});
     parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
+    parser.addOption({{QStringLiteral("q"), QStringLiteral("quiet")},
+                      QStringLiteral("Results only: the log goes to stderr only when the command fails.")});
     parser.addOption({QStringLiteral("password-file"),
                       QStringLiteral("WebREPL: read the password from the first line of FILE (else from "
                                      "PELKAM_WEBREPL_PASSWORD, else asked on the terminal)."),
@@ -648,7 +676,9 @@ int main(int argc, char* argv[])
     BoardFiles files(link);
     if (parser.isSet(QStringLiteral("fast")))
         files.setFastTransfers(true);
-    Context context{link, files, parser, args, out, err, isatty(STDERR_FILENO) != 0, 0, 0, QString()};
+    LogSink sink(err, parser.isSet(QStringLiteral("quiet")));
+    const bool terminal = isatty(STDERR_FILENO) != 0 && !sink.quiet;
+    Context context{link, files, parser, args, out, err, terminal, sink};
     context.logTo(&link, &BoardLink::logLine);
     context.logTo(&files, &BoardFiles::logLine);
     context.logTo(&link, &BoardLink::terminalLine);
@@ -684,10 +714,13 @@ int main(int argc, char* argv[])
         QTimer::singleShot(kStopCloseMs, &link, [&link] { link.connectionClosed(); });
     });
     const auto stopped = [] { return kExitSignalBase + stopSignal(); };
-    if (!link.doConnect())
+    if (!link.doConnect()) {
+        sink.release();
         return stopRequested() ? stopped() : kExitFailed;
+    }
     // Stop the board's program as the window does on connect.
     if (link.mc_stop(true) != MC_STOPPED) {
+        sink.release();
         err << "MC is not responding\n";
         return stopRequested() ? stopped() : kExitFailed;
     }
@@ -695,6 +728,8 @@ int main(int argc, char* argv[])
 
     int status = stopRequested() ? kExitFailed : entry.run(context);
     out.flush();
+    if (status != kExitOk || stopRequested())
+        sink.release();
     if (stopRequested()) {
         err << "Stopped\n" << Qt::flush;
         status = status == kExitOk || status == kExitFailed ? stopped() : status;
