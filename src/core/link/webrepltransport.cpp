@@ -156,8 +156,10 @@ void WebReplTransport::socketGone()
         if (m_error.isEmpty()) {
             if (m_relay && !m_relay->errorString().isEmpty()) {
                 m_error = m_relay->errorString();
-            } else if (!m_handshakeDone && m_socketError == QAbstractSocket::RemoteHostClosedError) {
-                // What MicroPython does to a second client: close before any answer.
+            } else if (m_handshakeDone ? m_login.isEmpty()
+                                       : m_socketError == QAbstractSocket::RemoteHostClosedError) {
+                // What MicroPython does to a second client: close without a
+                // word, before the handshake (older releases) or after it.
                 m_error = tr("The board accepts one WebREPL client at a time");
                 m_refusedForGood = true;
             } else if (!m_handshakeDone && m_socket) {

@@ -53,6 +53,10 @@ const USAGE = `usage: virtual-board [options]
   --password PW           the WebREPL password (default "pelkam"; 9 characters count)
   --cut-characters        send each byte of a non-ASCII character over WebREPL in a
                           message of its own, as a program writing them apart does
+  --reject-before-handshake
+                          close a second WebREPL client before its handshake, as
+                          older MicroPython releases do (newer ones answer the
+                          handshake, then close)
   --bridge                resets keep the port open, as behind a USB-serial
                           bridge (SIGWINCH: a hard reset that keeps the port)
   --fragment SEED         cut board output into pieces of random size (1 byte
@@ -147,6 +151,7 @@ function parseArgs(argv) {
       case "--webrepl": o.webrepl = num(v(), a); break;
       case "--password": o.password = v(); break;
       case "--cut-characters": o.cutCharacters = true; break;
+      case "--reject-before-handshake": o.rejectBeforeHandshake = true; break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
       default: fail(`unknown option ${a}`);
     }
@@ -579,7 +584,8 @@ function webreplUp() {
     if (webreplClient) {
       const who = `('${socket.remoteAddress}', ${socket.remotePort})`;
       onBoardBytes(Buffer.from(`\r\nConcurrent WebREPL connection from ${who} rejected\r\n`));
-      socket.destroy();
+      if (opts.rejectBeforeHandshake) socket.destroy();
+      else wss.handleUpgrade(req, socket, head, (ws) => ws.terminate());
       return;
     }
     wss.handleUpgrade(req, socket, head, attachWebRepl);
