@@ -9,6 +9,7 @@
 
 namespace {
 constexpr int kLoginTimeoutMs = 8000;
+constexpr int kPasswordBytes = 9;
 const QByteArray kPasswordPrompt = QByteArrayLiteral("Password: ");
 const QByteArray kConnected = QByteArrayLiteral("WebREPL connected\r\n");
 const QByteArray kDenied = QByteArrayLiteral("Access denied");
@@ -145,7 +146,10 @@ void WebReplTransport::received(const QByteArray& data)
             return;
         }
         m_passwordSent = true;
-        m_socket->sendTextMessage(m_password + QLatin1Char('\r'));
+        // The board keeps 9 bytes of its password and compares up to 10 of
+        // ours: a longer one is sent as the board knows it.
+        const QString known = QString::fromUtf8(m_password.toUtf8().left(kPasswordBytes));
+        m_socket->sendTextMessage(known + QLatin1Char('\r'));
         m_socket->flush();
     }
 }

@@ -50,7 +50,7 @@ const USAGE = `usage: virtual-board [options]
                           (0: any free port) and print its ws:// address
                           instead of the device path; one client at a time,
                           a 260-byte input buffer, a soft reset closes it
-  --password PW           the WebREPL password (default "pelkam"; 9 characters count)
+  --password PW           the WebREPL password (default "pelkam"; 9 characters kept)
   --cut-characters        send each byte of a non-ASCII character over WebREPL in a
                           message of its own, as a program writing them apart does
   --reject-before-handshake
@@ -557,8 +557,10 @@ function attachWebRepl(ws) {
       client.typed += buf.toString("latin1");
       const end = client.typed.search(/[\r\n]/);
       if (end < 0) return;
-      // Only the first 9 characters of a password count.
-      if (client.typed.slice(0, Math.min(end, 9)) === opts.password.slice(0, 9)) {
+      // As the board's C module does: the password it keeps is 9 characters
+      // at most, and it keeps up to 10 of what is typed, so a longer answer
+      // never matches.
+      if (client.typed.slice(0, Math.min(end, 10)) === opts.password.slice(0, 9)) {
         client.loggedIn = true;
         ws.send("\r\nWebREPL connected\r\n>>> ");
         log("WebREPL client logged in");
