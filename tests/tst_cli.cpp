@@ -399,7 +399,10 @@ void TestCli::stopSignals()
     const QString loop =
         writeFile(m_dir.filePath("loop.py"), "import time\nwhile 1:\n print('tick')\n time.sleep(0.02)\n");
     {
-        Background exec(port + QStringList{"exec", loop});
+        // Its output streams, a line still growing included.
+        const QString dots = writeFile(m_dir.filePath("dots.py"),
+                                       "import time\nwhile 1:\n print('tick', end=' ')\n time.sleep(0.02)\n");
+        Background exec(port + QStringList{"exec", dots});
         QVERIFY2(waitFor([&] { return exec.out.count("tick") > 5; }, 30000), exec.err.constData());
         // A command gives up on its board 1.5 s after the signal; the rest is
         // slack for a loaded or sanitized build.

@@ -276,6 +276,12 @@ void BoardFiles::followScript()
             pass(rest);
             return;
         }
+        // A line still growing (a script printing dots) goes out as it is,
+        // unless it may end inside a line end or inside the "OK".
+        if (!rest.isEmpty() && !rest.endsWith('\r') && (started || rest.size() >= 2)) {
+            m_link.clearBuffer();
+            pass(rest.replace("\r\n", "\n"));
+        }
     }
 }
 
