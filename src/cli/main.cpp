@@ -24,8 +24,6 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-
-#include <cstdio>
 #include <functional>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -209,7 +207,7 @@ int cmdGet(Context& c)
     const QString part = local + BoardBackup::kPartSuffix;
     const bool ok = c.files.download(source, part) && c.files.lastDownloadOk() && !stopRequested();
     if (ok) {
-        // rename(2) replaces the old file in one step: never neither of the two.
+        // rename(2) replaces the old file in one step: one of the two is always there.
         if (::rename(QFile::encodeName(part).constData(), QFile::encodeName(local).constData()) == 0)
             return kExitOk;
         c.err << "Cannot write to " << local << ": " << strerror(errno) << '\n';
