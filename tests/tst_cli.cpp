@@ -434,6 +434,9 @@ void TestCli::stopSignals()
     }
     QCOMPARE(readFile(local), QByteArray("old"));
     QVERIFY(!QFileInfo::exists(local + ".pelkam-part"));
+    // Let through, the download replaces the old file.
+    QCOMPARE(cli(port + QStringList{"get", "/big.bin", local}).code, 0);
+    QCOMPARE(readFile(local), QByteArray(60000, 'b'));
     // Several boards: the parent passes the signal on and waits for its children.
     VirtualBoard other(QStringLiteral("esp32"));
     Background both({"--port", board.path(), "--port", other.path(), "--type", "esp32", "exec", loop});

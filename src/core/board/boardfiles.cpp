@@ -213,12 +213,17 @@ bool BoardFiles::execute_script(const QString& path)
         log(tr("Cannot upload script %1").arg(path));
         return false;
     }
-    if (m_wholeOutput) {
+    if (m_wholeOutput)
         followScript();
-        log(tr("Script %1 executed").arg(path));
-        m_link.setState(MC_RAW);
-        return true;
-    }
+    else
+        logScriptLines();
+    log(tr("Script %1 executed").arg(path));
+    m_link.setState(MC_RAW);
+    return true;
+}
+
+void BoardFiles::logScriptLines()
+{
     bool prompt = false;
     while (m_link.isOpen() && !prompt) {
         m_link.qDelay(kExecuteStepMs);
@@ -234,9 +239,6 @@ bool BoardFiles::execute_script(const QString& path)
     }
     if (prompt)
         m_link.clearBuffer();
-    log(tr("Script %1 executed").arg(path));
-    m_link.setState(MC_RAW);
-    return true;
 }
 
 // The raw REPL frames a run as "OK", the output, 0x04, the error text, 0x04

@@ -129,6 +129,9 @@ signals:
 
 private:
     bool readScript(const QString& path, QByteArray* text);
+    // A run's output until its end: logged line by line, or (whole output)
+    // passed on as scriptOutput.
+    void logScriptLines();
     void followScript();
     QString substituteDir(QString command, const QString& dir) const;
     // Leaves a board stuck in one of our functions and forgets the REPL mode,
