@@ -17,6 +17,8 @@ class TestCli : public QObject {
     static constexpr char kPassword[] = "s3cret-pw";
     static QStringList webRepl() { return {"--webrepl", "0", "--password", kPassword}; }
 
+    static constexpr int kHung = -1000;
+    static constexpr int kCrashed = -1001;
     struct Run {
         int code;
         QByteArray out;
@@ -27,8 +29,14 @@ class TestCli : public QObject {
         QProcess p;
         p.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
         p.start(QString::fromLocal8Bit(qgetenv("PELKAM_CLI")), args);
-        p.waitForFinished(120000);
-        return {p.exitCode(), p.readAllStandardOutput(), p.readAllStandardError()};
+        // A hang is a failure: Qt reports exit code 0 for a process still running.
+        if (!p.waitForFinished(120000)) {
+            p.kill();
+            p.waitForFinished(5000);
+            return {kHung, p.readAllStandardOutput(), p.readAllStandardError()};
+        }
+        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : kCrashed, p.readAllStandardOutput(),
+                p.readAllStandardError()};
     }
 
 private slots:

@@ -32,8 +32,9 @@ class TestPackages : public QObject {
                                                            " i.size = len(data)\n t.addfile(i, io.BytesIO(data))\n") +
                                                 code,
                                             path});
-        p.waitForFinished(30000);
-        if (p.exitCode() != 0)
+        if (!p.waitForFinished(30000))
+            qWarning() << "the archive maker did not finish";
+        if (p.exitStatus() != QProcess::NormalExit || p.exitCode() != 0)
             qWarning() << p.readAllStandardError();
         return path;
     }

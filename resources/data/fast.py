@@ -52,10 +52,12 @@ def _fup(f,c,z,fn,ft):
   n=int(a[1:]);b=bytearray(1028);m=memoryview(b);h=0;t=0;q=b''
   d=_fdir(f);_fcln(d)
   r=_fst(f)==0x8000
-  if r:
-   try:v=os.statvfs(d);u=v[0]*v[3]<(fn//v[0]+3)*v[0]
-   except (OSError,AttributeError):u=0
-   if u:p=f;x=' in place'
+  try:
+   v=os.statvfs(d);k=v[0];u=k*v[3]<(fn//k+3)*k
+   if u:
+    if r and k*v[3]+os.stat(f)[6]//k*k>=(fn//k+3)*k:p=f;x=' in place'
+    else:s=0x38;e='[Errno 28] ENOSPC';raise StopIteration
+  except (OSError,AttributeError):pass
   with _fw():
    w=open(p,'wb')
    if not n:w.close()

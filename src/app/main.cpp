@@ -8,9 +8,13 @@
 #include <QSettings>
 #include <QTranslator>
 
+#include <csignal>
+
 int main(int argc, char* argv[])
 {
     QApplication app(argc, argv);
+    // A file-size limit fails a download's write, which is reported, rather than killing the window.
+    std::signal(SIGXFSZ, SIG_IGN);
     startup::setIdentity(app);
     app.setWindowIcon(QIcon(QStringLiteral(":/pelkam.ico")));
 

@@ -47,6 +47,9 @@ void installStopHandlers()
     sigemptyset(&action.sa_mask);
     sigaction(SIGINT, &action, nullptr);
     sigaction(SIGTERM, &action, nullptr);
+    // Past a file-size limit a write fails with EFBIG, which we report,
+    // instead of the process being killed with the old file half replaced.
+    ::signal(SIGXFSZ, SIG_IGN);
 }
 
 bool stopRequested()

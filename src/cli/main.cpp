@@ -198,22 +198,13 @@ int cmdLs(Context& c)
 int cmdGet(Context& c)
 {
     // Written beside the target and put in place once checked: an interrupted
-    // download leaves no half file and the old one whole.
+    // download or a full disk leaves no half file and the old one whole.
     const QString source = c.args.value(0);
     QString local = c.args.value(1);
     // Into a folder, as cp does: under the board file's own name.
     if (local.endsWith(QLatin1Char('/')) || QFileInfo(local).isDir())
         local = QDir(local).filePath(source.section(QLatin1Char('/'), -1));
-    const QString part = local + BoardBackup::kPartSuffix;
-    const bool ok = c.files.download(source, part) && c.files.lastDownloadOk() && !stopRequested();
-    if (ok) {
-        // rename(2) replaces the old file in one step: one of the two is always there.
-        if (::rename(QFile::encodeName(part).constData(), QFile::encodeName(local).constData()) == 0)
-            return kExitOk;
-        c.err << "Cannot write to " << local << ": " << strerror(errno) << '\n';
-    }
-    QFile::remove(part);
-    return kExitFailed;
+    return c.files.downloadReplacing(source, local) && !stopRequested() ? kExitOk : kExitFailed;
 }
 
 int cmdPut(Context& c)

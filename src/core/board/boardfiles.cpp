@@ -1,5 +1,7 @@
 #include "boardfiles.h"
 
+#include "boarderrors.h"
+
 #include "link/replbytes.h"
 #include "mcdirmodel.h"
 
@@ -354,7 +356,7 @@ bool BoardFiles::remove(const QString& path, bool isDir)
     QByteArray text = reply.mid(2);
     while (text.endsWith(kCtrlD))
         text.chop(1);
-    log(tr("Removal error: %1. Aborted").arg(QString::fromLatin1(text)));
+    log(tr("Removal error: %1. Aborted").arg(BoardErrors::explain(text)));
     return false;
 }
 
@@ -436,7 +438,7 @@ bool BoardFiles::mc_rename(const QString& from, const QString& to)
     while (m_link.hasReply()) {
         const QByteArray line = m_link.takeReply().trimmed();
         if (line.contains("Error"))
-            failure = QString::fromLatin1(line);
+            failure = BoardErrors::explain(line);
     }
     if (!failure.isEmpty()) {
         log(tr("Cannot rename %1: %2").arg(from, failure));

@@ -12,6 +12,7 @@
 class BoardFiles;
 class MCDirModel;
 class QFile;
+class QFileDevice;
 class QIODevice;
 
 // Marks a board operation for its whole duration: while one lives,
@@ -79,9 +80,15 @@ public:
     static QString forbiddenIn(const QString& target);
     bool upload(QIODevice* source, const QString& target);
     bool download(const QString& source, const QString& localPath);
-    bool download(const QString& source, QFile* target);
+    bool download(const QString& source, QFileDevice* target);
+    // Downloads into a new file that replaces localPath only when it is
+    // complete, its checksum matches and every local write succeeded; the
+    // old file stays whole otherwise. Returns whether it was replaced.
+    bool downloadReplacing(const QString& source, const QString& localPath);
     // Whether the last download ended with matching checksums.
     bool lastDownloadOk() const { return m_lastDownloadOk; }
+    // Whether the last download failed on the PC's side (a full disk, a size limit).
+    bool lastLocalWriteFailed() const { return m_localWriteFailed; }
 
     bool remove(const QString& path, bool isDir);
     bool mc_mkdir(QString path);
@@ -173,8 +180,8 @@ private:
     // The fast upload's call; *text gets what is to be sent (deflated where it pays).
     QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text, bool* deflated);
     bool fastMkdir(const QString& path);
-    // What a failed upload logs: the board's reason where it gave one.
-    QString uploadFailure(const QString& target, bool fast, const QString& failure) const;
+    // Logs a failed upload: the board's reason, in words, where it gave one.
+    void logUploadFailure(const QString& target, bool fast, const QString& failure);
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.
@@ -191,6 +198,7 @@ private:
     bool m_cancel = false;
     bool m_cancelLogged = false;
     bool m_lastDownloadOk = false;
+    bool m_localWriteFailed = false;
     int m_fastOverride = -1;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;

@@ -2,10 +2,12 @@
 // transfer modes.
 #include "boardfiles.h"
 
+#include "boarderrors.h"
 #include "link/replbytes.h"
 
 #include <QElapsedTimer>
 #include <QFile>
+#include <QSaveFile>
 
 using namespace replbytes;
 
@@ -112,7 +114,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
             break;
         if (fast && attempt == 0 && fastUploadAgain(target, deflated))
             continue;
-        log(uploadFailure(target, fast, failure));
+        logUploadFailure(target, fast, failure);
         recover();
         return false;
     }
@@ -124,18 +126,22 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     return fast ? m_link.isOpen() : settleRaw();
 }
 
-QString BoardFiles::uploadFailure(const QString& target, bool fast, const QString& failure) const
+void BoardFiles::logUploadFailure(const QString& target, bool fast, const QString& failure)
 {
-    if (m_lastReply.contains("ENOSPC") || m_lastReply.contains("Errno 28"))
-        return tr("Not enough room on the board");
-    // The fast script says why it cannot write (a folder of that name, a
-    // read-only file system) where the default one gives the bare reply.
-    if (fast && m_lastReply.startsWith("#8")) {
-        QByteArray reason = m_lastReply.mid(2);
-        reason.replace(kCtrlD, QByteArray());
-        return tr("The board cannot write %1: %2").arg(target, QString::fromUtf8(reason.trimmed()));
-    }
-    return failure;
+    // The board's own reason follows its status digit; the default mode
+    // keeps its "Invalid reply" line and says the reason after it.
+    // A refusal before the first "#9" arrives with the raw REPL's "OK".
+    const QByteArray reply = m_lastReply.startsWith(kRawAccepted) ? m_lastReply.mid(kRawAccepted.size()) : m_lastReply;
+    QByteArray reason = reply.startsWith('#') ? reply.mid(2) : QByteArray();
+    reason.replace(kCtrlD, QByteArray());
+    reason = reason.trimmed();
+    const bool explained = reply.startsWith("#8") && !reason.isEmpty();
+    if (!fast || !explained)
+        log(failure);
+    if (BoardErrors::noSpace(reason))
+        log(tr("Not enough room on the board"));
+    else if (explained)
+        log(tr("The board cannot write %1: %2").arg(target, BoardErrors::explain(reason)));
 }
 
 QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs)
@@ -225,10 +231,38 @@ bool BoardFiles::download(const QString& source, const QString& localPath)
     return download(source, &file);
 }
 
-bool BoardFiles::download(const QString& source, QFile* target)
+bool BoardFiles::downloadReplacing(const QString& source, const QString& localPath)
+{
+    // QSaveFile writes beside the target and renames only on commit, which
+    // fails when any write, the flush or the sync failed: a full disk or a
+    // size limit leaves the old file whole.
+    QSaveFile file(localPath);
+    if (!file.open(QIODevice::WriteOnly)) {
+        log(tr("Cannot write to %1: %2").arg(localPath, file.errorString()));
+        m_lastDownloadOk = false;
+        m_localWriteFailed = true;
+        return false;
+    }
+    download(source, &file);
+    if (!m_lastDownloadOk || m_cancel) {
+        file.cancelWriting();
+        m_lastDownloadOk = false;
+        return false;
+    }
+    if (!file.commit()) {
+        log(tr("Cannot write to %1: %2").arg(localPath, file.errorString()));
+        m_lastDownloadOk = false;
+        m_localWriteFailed = true;
+        return false;
+    }
+    return true;
+}
+
+bool BoardFiles::download(const QString& source, QFileDevice* target)
 {
     const BoardBusy scope(*this);
     m_lastDownloadOk = false;
+    m_localWriteFailed = false;
     emit fileOpsEnableRequested(false);
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Download"), QStringLiteral("download"), false)))
         return false;
@@ -240,6 +274,7 @@ bool BoardFiles::download(const QString& source, QFile* target)
     quint64 sum = 0;
     bool ok = false;
     bool finished = false;
+    bool writeFailed = false;
     int idle = 1;
     for (;;) {
         if (!m_link.hasReply()) {
@@ -262,11 +297,15 @@ bool BoardFiles::download(const QString& source, QFile* target)
         if (reply.endsWith("#8")) {
             reply.chop(2);
             const QByteArray data = QByteArray::fromBase64(reply);
-            target->write(data);
+            if (!writeFailed && target->write(data) != data.size()) {
+                writeFailed = true;
+                log(tr("Cannot write to %1: %2").arg(target->fileName(), target->errorString()));
+            }
             for (char c : data)
                 sum += static_cast<unsigned char>(c);
             // Anything but "^^" makes the board end the transfer cleanly.
-            if (!m_link.tranceive(m_cancel ? QByteArrayLiteral("!!") : QByteArrayLiteral("^^"), kAckTimeoutMs)) {
+            const bool stop = m_cancel || writeFailed;
+            if (!m_link.tranceive(stop ? QByteArrayLiteral("!!") : QByteArrayLiteral("^^"), kAckTimeoutMs)) {
                 log(tr("Communication timed out"));
                 break;
             }
@@ -281,15 +320,20 @@ bool BoardFiles::download(const QString& source, QFile* target)
         } else if (reply.endsWith("#6")) {
             reply.chop(2);
             finished = true;
-            if (!(m_cancel && cancelRequested()))
-                log(tr("Transmission error: %1").arg(QString::fromLatin1(reply)));
+            if (!(m_cancel && cancelRequested()) && !writeFailed)
+                log(tr("Transmission error: %1").arg(BoardErrors::explain(reply)));
             break;
         } else {
             log(tr("Communication error - unexpected data"));
             break;
         }
     }
-    target->flush();
+    if (!target->flush() && !writeFailed) {
+        writeFailed = true;
+        log(tr("Cannot write to %1: %2").arg(target->fileName(), target->errorString()));
+    }
+    ok = ok && !writeFailed;
+    m_localWriteFailed = writeFailed;
     if (ok)
         log(tr("Download from %1 completed").arg(source));
     m_lastDownloadOk = ok;

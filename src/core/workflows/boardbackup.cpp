@@ -8,7 +8,6 @@
 #include <QJsonArray>
 #include <QJsonObject>
 
-const QString BoardBackup::kPartSuffix = QStringLiteral(".pelkam-part");
 
 BoardBackup::BoardBackup(BoardFiles& files, QObject* parent) : QObject(parent), m_files(files) {}
 
@@ -60,23 +59,18 @@ bool BoardBackup::walk(const QString& boardDir, const QString& relative, const Q
 
 bool BoardBackup::fetch(const QString& boardPath, const QString& localPath)
 {
-    const QString part = localPath + kPartSuffix;
-    // One retry: a single corrupted block should not cost the file.
+    // One retry: a single corrupted block should not cost the file. A local
+    // write that failed (a full disk) is not retried.
     for (int attempt = 0; attempt < 2 && m_files.link().isOpen(); ++attempt) {
         if (m_files.cancelRequested())
             break;
         if (attempt > 0)
             log(tr("Retrying %1").arg(boardPath));
-        const bool ok = m_files.download(boardPath, part) && m_files.lastDownloadOk();
-        if (!ok)
-            continue;
-        QFile::remove(localPath);
-        if (QFile::rename(part, localPath))
+        if (m_files.downloadReplacing(boardPath, localPath))
             return true;
-        log(tr("Cannot write to %1").arg(localPath));
-        break;
+        if (m_files.lastLocalWriteFailed())
+            break;
     }
-    QFile::remove(part);
     return false;
 }
 

@@ -16,7 +16,6 @@ public:
     // A board name that must not become a PC file name.
     static bool isUnsafeName(const QString& name);
 
-    static const QString kPartSuffix;
 
 signals:
     void logLine(const QString& text);

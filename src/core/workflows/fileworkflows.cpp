@@ -167,7 +167,7 @@ bool FileWorkflows::action_download_core(const QModelIndex& index)
         (!m_prompter || m_prompter->question(tr("Download file"), tr("File %1 exists. Overwrite?").arg(local),
                                              Prompter::YesNo, Prompter::NoButton) != Prompter::Yes))
         return false;
-    return m_files.download(mcDir() + name, local) && m_files.lastDownloadOk();
+    return m_files.downloadReplacing(mcDir() + name, local);
 }
 
 bool FileWorkflows::removeEntry(const QModelIndex& index)

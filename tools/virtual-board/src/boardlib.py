@@ -74,11 +74,18 @@ class _BoardOSError(OSError):
         return "[Errno %d] %s" % (self.args[0], self._name)
 
 
+# Stock firmware names only these (py/moderrno.c's default list); any other
+# code prints as a bare number ("OSError: 28"). --errno-names names them all.
+_DEFAULT_NAMES = {1, 2, 5, 9, 11, 12, 13, 17, 19, 21, 22, 95, 98, 103, 104, 105, 107, 110, 111, 113, 114, 115}
+
+
 def _board_error(e):
     code = e.args[0] if e.args and isinstance(e.args[0], int) else None
     if code not in _ERRNO:
         return e
     number, name = _ERRNO[code]
+    if not _cfg.errnoNames and number not in _DEFAULT_NAMES:
+        return OSError(number)
     err = _BoardOSError(number)
     err._name = name
     return err

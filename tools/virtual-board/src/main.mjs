@@ -35,8 +35,9 @@ const USAGE = `usage: virtual-board [options]
   --stock-pyb             STM32: pyb as upstream MicroPython has it (no FlashWriter)
   --no-deflate            a firmware built without the deflate module
   --inflate-oom           deflate.DeflateIO raises MemoryError, as on a fragmented heap
-  --uart-ring N           the console's input ring holds N bytes (a UART REPL:
-                          260 on ESP32); what arrives while it is full is lost.
+  --uart-ring N           the console's input ring is N bytes (a UART REPL:
+                          260 on ESP32, 256 on ESP8266), of which N - 1 hold
+                          input; what arrives while it is full is lost.
                           Use with --baud, as bytes then arrive at a UART's pace
   --flash-ms MS           flash timing: opening a file for writing, closing it,
                           remove, rename, mkdir and rmdir each keep the board
@@ -44,6 +45,9 @@ const USAGE = `usage: virtual-board [options]
   --fs littlefs|fat       fat: a rename over an existing file unlinks it first
   --flash-size BYTES      the file system holds this much; a write past it
                           fails with ENOSPC and os.statvfs tells the truth
+  --errno-names           name every error code ("[Errno 28] ENOSPC"); stock
+                          firmware names only its default list and prints the
+                          others as bare numbers ("OSError: 28")
   --crash-in-rename       (with --fs fat) a hard reset between the unlink and
                           the rename of the first rename over a file
   --webrepl PORT          also serve the console over WebREPL on 127.0.0.1:PORT
@@ -102,6 +106,7 @@ function parseArgs(argv) {
     flashMs: 0,
     fs: "littlefs",
     flashSize: 0,
+    errnoNames: false,
     crashInRename: false,
     bridge: false,
     webrepl: -1,
@@ -146,6 +151,7 @@ function parseArgs(argv) {
       case "--flash-ms": o.flashMs = num(v(), a); break;
       case "--fs": o.fs = v(); if (!["littlefs", "fat"].includes(o.fs)) fail("--fs is littlefs or fat"); break;
       case "--flash-size": o.flashSize = num(v(), a); break;
+      case "--errno-names": o.errnoNames = true; break;
       case "--crash-in-rename": o.crashInRename = true; break;
       case "--bridge": o.bridge = true; break;
       case "--webrepl": o.webrepl = num(v(), a); break;
@@ -301,7 +307,8 @@ class FaultStream {
 let board = null; // { worker, relay, ctl, ring }
 // A UART REPL's input ring; WebREPL input lands in the same small buffer.
 const kWebReplRing = 260;
-const ringLimit = Math.min(RING_SIZE, opts.uartRing > 0 ? opts.uartRing : opts.webrepl >= 0 ? kWebReplRing : RING_SIZE);
+// MicroPython's ring buffer keeps one slot free: an N-byte ring holds N - 1.
+const ringLimit = Math.min(RING_SIZE, (opts.uartRing > 0 ? opts.uartRing : opts.webrepl >= 0 ? kWebReplRing : RING_SIZE + 1) - 1);
 let snapshot = opts.seed ? readHostTree(opts.seed) : [];
 let announced = false;
 let dead = false; // the connection was dropped for good (DFU or a fault)
@@ -388,7 +395,7 @@ async function startBoard(keptRelay = null) {
       config: {
         flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump,
         lfEnter: opts.lfEnter, stockPyb: opts.stockPyb, noDeflate: opts.noDeflate,
-        inflateOom: opts.inflateOom, flashMs: opts.flashMs, fs: opts.fs, flashSize: opts.flashSize,
+        inflateOom: opts.inflateOom, flashMs: opts.flashMs, fs: opts.fs, flashSize: opts.flashSize, errnoNames: opts.errnoNames,
         crashInRename: opts.crashInRename, banner: keptRelay !== null,
       },
       snapshot,

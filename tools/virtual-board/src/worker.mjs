@@ -204,6 +204,7 @@ globalThis.vbConfig = {
   flashMs: config.flashMs || 0,
   fs: config.fs || "littlefs",
   flashSize: config.flashSize || 0,
+  errnoNames: !!config.errnoNames,
   crashInRename: !!config.crashInRename,
   ...config.uname,
 };
