@@ -139,6 +139,7 @@ private slots:
     void watchNeverLoses();
     void linksAndMounts();
     void severalBoardsWriteApart();
+    void wordsAndEdges();
 };
 
 namespace {
@@ -527,6 +528,18 @@ void TestCli::linksAndMounts()
     QCOMPARE(files(board.dump()).value("other.py"), QByteArray("o"));
     QCOMPARE(files(board.dump()).value("main.py"), QByteArray("m2"));
 
+    // A mount query that goes unanswered deletes nothing: /flash could be another file system.
+    {
+        VirtualBoard mute(QStringLiteral("stm32"), {"--arm-on", "'mounts'", "--mute-after", "0"}, {{"keep.py", "k"}});
+        QTemporaryDir mirror;
+        writeFile(mirror.filePath("flash/other.py"), "x");
+        r = cli({"--port", mute.path(), "sync", mirror.path(), "/", "--delete"});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("Nothing deleted: the board did not say which file systems it mounts"),
+                 r.err.constData());
+        QCOMPARE(files(mute.dump()).value("keep.py"), QByteArray("k"));
+    }
+
     // An empty folder, or ignore rules that cannot be read, delete nothing.
     QTemporaryDir empty;
     r = cli(port + QStringList{"sync", empty.path(), "/flash/app", "--delete"});
@@ -564,4 +577,48 @@ void TestCli::severalBoardsWriteApart()
 }
 
 QTEST_GUILESS_MAIN(TestCli)
+
+void TestCli::wordsAndEdges()
+{
+    // No --type: an ESP32 board is recognised by its uname, so writes work.
+    VirtualBoard board(QStringLiteral("esp32"), {}, {{"main.py", "# main"}, {"lib/", ""}});
+    const QStringList port{"--port", board.path()};
+    const QString local = writeFile(m_dir.filePath("w.py"), "print(1)\n");
+    Run r = cli(port + QStringList{"put", local, "/w.py"});
+    QVERIFY2(r.code == 0, r.err.constData());
+    // Board errors in words, never a bare number (stock firmware prints ENOTDIR and others as numbers).
+    const QList<QPair<QStringList, QByteArray>> failures{
+        // First, before the board holds any of our scripts.
+        {{"--type", "stm32", "--no-fast", "put", local, "/y.py"}, "This board has no pyb module: pass --type esp32"},
+        {{"rmdir", "/main.py"}, "Not a folder on the board: /main.py"},
+        {{"put", local, "/nodir/w.py"}, "ENOENT: no such file or folder"},
+        {{"--no-fast", "put", local, "/nodir/w.py"}, "ENOENT: no such file or folder"},
+        {{"put", local, "/main.py/x"}, "ENOTDIR: a part of the path is a file, not a folder"},
+        {{"hash", "/lib"}, "Cannot hash /lib: EISDIR: it is a folder"},
+        {{"put", m_dir.filePath("absent.py"), "/a.py"}, "No such local file: "},
+        {{"install", m_dir.filePath("absent.upack")}, "No such local file: "},
+    };
+    for (const auto& [args, words] : failures) {
+        r = cli(port + args);
+        QVERIFY2(r.code == 1 && r.err.contains(words), qPrintable(args.join(' ') + ": " + r.err));
+        QVERIFY2(args.contains("stm32") || (!r.err.contains("Invalid reply 4F4B") && !r.err.contains("#8")),
+                 r.err.constData());
+    }
+    QCOMPARE(files(board.dump()).value("main.py"), QByteArray("# main"));
+
+    // A file-size limit on the PC: get fails, names the local file and keeps the old one whole.
+    const QByteArray big(60000, 'g');
+    QCOMPARE(cli(port + QStringList{"put", writeFile(m_dir.filePath("big.bin"), big), "/big.bin"}).code, 0);
+    QTemporaryDir out;
+    const QString kept = writeFile(out.filePath("kept.bin"), QByteArray(30000, 'k'));
+    QProcess p;
+    p.start(QStringLiteral("bash"), {"-c", "ulimit -f 40; exec \"$0\" \"$@\"", qEnvironmentVariable("PELKAM_CLI"),
+                                     "--port", board.path(), "get", "/big.bin", kept});
+    QVERIFY(p.waitForFinished(60000));
+    const QByteArray err = p.readAllStandardError();
+    QVERIFY2(p.exitCode() == 1 && err.contains("Cannot write to " + kept.toUtf8()), err.constData());
+    QCOMPARE(readFile(kept), QByteArray(30000, 'k'));
+    QCOMPARE(QDir(out.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"kept.bin"});
+}
+
 #include "tst_cli.moc"

@@ -1,4 +1,5 @@
 // pelkam-cli: the board operations of Pelkam without widgets, for scripts.
+#include "board/boarderrors.h"
 #include "board/boardfiles.h"
 #include "link/boardlink.h"
 #include "link/webrepltransport.h"
@@ -120,6 +121,7 @@ struct LogSink {
     int lastSource = 0;
     QString lastLine;
     QStringList held;
+    bool missingPyb = false; // a script for STM32 boards ran on another kind
 
     void line(int source, const QString& text)
     {
@@ -129,6 +131,8 @@ struct LogSink {
             return;
         lastLine = text;
         lastSource = source;
+        if (text.contains(QLatin1String("no module named 'pyb'")))
+            missingPyb = true;
         if (!quiet) {
             err << text << '\n' << Qt::flush;
             return;
@@ -156,6 +160,7 @@ struct Context {
     QTextStream& err;
     bool terminal; // standard error is a terminal: progress lines are shown
     LogSink& sink;
+    bool progressLine = false; // a progress line waits for its end
 
     bool option(const char* name) const { return parser.isSet(QString::fromLatin1(name)); }
     template <typename Sender, typename Signal> void logTo(Sender* sender, Signal signal)
@@ -164,6 +169,56 @@ struct Context {
         QObject::connect(sender, signal, [this, source](const QString& s) { sink.line(source, plain(s)); });
     }
 };
+
+// A local file the command reads: missing, a folder and unreadable are each said as such.
+bool localFileThere(Context& c, const QString& path)
+{
+    const QFileInfo info(path);
+    if (!info.exists())
+        c.err << "No such local file: " << path << '\n';
+    else if (info.isDir())
+        c.err << "A folder, not a file: " << path << '\n';
+    else if (!info.isReadable())
+        c.err << "Cannot read " << path << '\n';
+    else
+        return true;
+    return false;
+}
+
+// Boards with pyb take the STM32 scripts; every other kind (ESP32, ESP8266,
+// RP2040) the ESP32 ones, which need no pyb.
+void learnBoardType(Context& c)
+{
+    const QHash<QString, QString> info = c.files.mc_uname();
+    const QString sysname = info.value(QStringLiteral("sysname")).toLower();
+    const bool stm32 = sysname == QLatin1String("pyboard") || sysname.startsWith(QLatin1String("stm32")) ||
+                       info.value(QStringLiteral("machine")).contains(QLatin1String("STM32"));
+    if (!info.isEmpty())
+        c.link.setBoardType(stm32 ? MC_STM32 : MC_ESP32);
+}
+
+void endProgressLine(Context& c)
+{
+    if (c.progressLine)
+        c.err << '\n' << Qt::flush;
+    c.progressLine = false;
+}
+
+// On a terminal: how many bytes of the file have gone (put) or come (get).
+void showFileProgress(Context& c)
+{
+    if (!c.terminal)
+        return;
+    QObject::connect(&c.files, &BoardFiles::fileProgress, [&c](qint64 done, qint64 total) {
+        c.progressLine = true;
+        if (total > 0)
+            c.err << QStringLiteral("\r%1% (%2 of %3 bytes)").arg(done * 100 / total).arg(done).arg(total);
+        else
+            c.err << QStringLiteral("\r%1 bytes").arg(done);
+        c.err << Qt::flush;
+    });
+    QObject::connect(&c.files, &BoardFiles::progressFinished, [&c] { endProgressLine(c); });
+}
 
 int cmdInfo(Context& c)
 {
@@ -210,6 +265,8 @@ int cmdGet(Context& c)
 int cmdPut(Context& c)
 {
     const QString local = c.args.value(0);
+    if (!localFileThere(c, local))
+        return kExitFailed;
     QString target = c.args.value(1);
     // Into a board folder, as cp does: under the local file's own name.
     if (target.endsWith(QLatin1Char('/')) || c.files.mc_direxists(target))
@@ -219,7 +276,13 @@ int cmdPut(Context& c)
 
 int cmdRemove(Context& c, bool isDir)
 {
-    return c.files.remove(c.args.value(0), isDir) ? kExitOk : kExitFailed;
+    const QString path = c.args.value(0);
+    // A board's rmdir removes a file too (LittleFS and FAT alike).
+    if (isDir && !c.files.mc_direxists(path)) {
+        c.err << "Not a folder on the board: " << path << '\n';
+        return kExitFailed;
+    }
+    return c.files.remove(path, isDir) ? kExitOk : kExitFailed;
 }
 
 int cmdMkdir(Context& c)
@@ -236,7 +299,7 @@ int cmdHash(Context& c)
         c.link.to_repl())
         digest = c.files.mc_file_hash(path);
     if (digest.isEmpty() || digest.startsWith("err(")) {
-        c.err << "Cannot hash " << path << (digest.isEmpty() ? QByteArray() : ": " + digest) << '\n';
+        c.err << "Cannot hash " << path << (digest.isEmpty() ? QString() : ": " + BoardErrors::explain(digest)) << '\n';
         return kExitFailed;
     }
     c.out << digest << '\n';
@@ -246,10 +309,8 @@ int cmdHash(Context& c)
 int cmdExec(Context& c)
 {
     const QString script = c.args.value(0);
-    if (!QFile::exists(script)) {
-        c.err << "Cannot open " << script << '\n';
+    if (!localFileThere(c, script))
         return kExitFailed;
-    }
     // The script's output goes to standard output byte for byte, its
     // traceback to standard error; our log stays on standard error too.
     c.files.setWholeScriptOutput(true);
@@ -277,6 +338,8 @@ int cmdExec(Context& c)
 int cmdInstall(Context& c)
 {
     const QString package = c.args.value(0);
+    if (!localFileThere(c, package))
+        return kExitFailed;
     PackageInstaller installer(c.files);
     c.logTo(&installer, &PackageInstaller::logLine);
     QObject::connect(&installer, &PackageInstaller::fileInstalled, [&c](const QString& path) {
@@ -584,16 +647,23 @@ int main(int argc, char* argv[])
                       QStringLiteral("Serial port, device path or ws://HOST[:PORT] (WebREPL); given more than once, "
                                      "the command runs on every board at once."),
                       QStringLiteral("PATH")});
-    parser.addOption({QStringLiteral("type"), QStringLiteral("Board type: stm32 (default) or esp32."),
-                      QStringLiteral("TYPE"), QStringLiteral("stm32")});
+    parser.addOption({QStringLiteral("type"),
+                      QStringLiteral("Board type: stm32 (boards with the pyb module) or esp32 (any other: ESP32, "
+                                     "ESP8266, RP2040...). Learnt from the board's os.uname() when not given."),
+                      QStringLiteral("TYPE")});
     parser.addOption({QStringLiteral("baud"), QStringLiteral("Baud rate (default 115200)."), QStringLiteral("N"),
                       QStringLiteral("115200")});
     parser.addOption({QStringLiteral("no-recursive"), QStringLiteral("sync: only the folder's own files.")});
     parser.addOption({QStringLiteral("no-missing"), QStringLiteral("sync: skip files the board does not have.")});
     parser.addOption({QStringLiteral("dry-run"), QStringLiteral("sync: compare only, upload nothing.")});
     parser.addOption({QStringLiteral("fast"),
-                      QStringLiteral("Fast transfers: board scripts pasted once, no idle waits, deflated files, "
-                                     "uploads written beside the target and renamed over it once checked.")});
+                      QStringLiteral("Fast transfers (the default): board scripts pasted once, no idle waits, deflated "
+                                     "files, uploads written beside the target and renamed over it once checked, so "
+                                     "a cut upload or a full board leaves the old file whole.")});
+    parser.addOption({QStringLiteral("no-fast"),
+                      QStringLiteral("The window's default transfers: for a board whose firmware cannot run the fast "
+                                     "script (no room for a second copy is handled by both). A cut upload leaves the "
+                                     "board file cut.")});
     parser.addOption({QStringLiteral("delete"),
                       QStringLiteral("sync, watch: remove board files and folders the local folder lacks.")});
     parser.addOption({QStringLiteral("force"), QStringLiteral("backup: replace files in a non-empty folder.")});
@@ -627,8 +697,10 @@ int main(int argc, char* argv[])
     if (!parser.isSet(QStringLiteral("port")))
         return usage(QStringLiteral("--port is required"));
     const QString type = parser.value(QStringLiteral("type")).toLower();
-    if (type != QLatin1String("stm32") && type != QLatin1String("esp32"))
+    if (parser.isSet(QStringLiteral("type")) && type != QLatin1String("stm32") && type != QLatin1String("esp32"))
         return usage(QStringLiteral("--type is stm32 or esp32"));
+    if (parser.isSet(QStringLiteral("fast")) && parser.isSet(QStringLiteral("no-fast")))
+        return usage(QStringLiteral("--fast and --no-fast exclude each other"));
     bool baudOk = false;
     const int baud = parser.value(QStringLiteral("baud")).toInt(&baudOk);
     if (!baudOk || baud <= 0)
@@ -663,28 +735,14 @@ int main(int argc, char* argv[])
     QTextStream err(stderr);
     BoardLink link;
     BoardFiles files(link);
-    if (parser.isSet(QStringLiteral("fast")))
-        files.setFastTransfers(true);
+    files.setFastTransfers(!parser.isSet(QStringLiteral("no-fast")));
     LogSink sink(err, parser.isSet(QStringLiteral("quiet")));
     const bool terminal = isatty(STDERR_FILENO) != 0 && !sink.quiet;
     Context context{link, files, parser, args, out, err, terminal, sink};
     context.logTo(&link, &BoardLink::logLine);
     context.logTo(&files, &BoardFiles::logLine);
     context.logTo(&link, &BoardLink::terminalLine);
-    int total = 0;
-    QObject::connect(&files, &BoardFiles::progressStarted, [&](int maximum) { total = maximum; });
-    QObject::connect(&files, &BoardFiles::progressChanged, [&](int value) {
-        if (context.terminal && total > 0)
-            err << QStringLiteral("\r%1% (%2 of %3 bytes)")
-                       .arg(qMin(100, value * 100 / total))
-                       .arg(qMin(value, total))
-                       .arg(total)
-                << Qt::flush;
-    });
-    QObject::connect(&files, &BoardFiles::progressFinished, [&] {
-        if (context.terminal && total > 0)
-            err << '\n' << Qt::flush;
-    });
+    showFileProgress(context);
 
     BoardLink::PortSettings settings;
     settings.name = parser.value(QStringLiteral("port"));
@@ -714,8 +772,13 @@ int main(int argc, char* argv[])
         return stopRequested() ? stopped() : kExitFailed;
     }
     QCoreApplication::processEvents();
+    if (!parser.isSet(QStringLiteral("type")) && !stopRequested())
+        learnBoardType(context);
 
     int status = stopRequested() ? kExitFailed : entry.run(context);
+    endProgressLine(context);
+    if (status == kExitFailed && sink.missingPyb)
+        err << "This board has no pyb module: pass --type esp32\n";
     out.flush();
     if (status != kExitOk || stopRequested())
         sink.release();

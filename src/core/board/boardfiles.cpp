@@ -448,26 +448,37 @@ bool BoardFiles::mc_rename(const QString& from, const QString& to)
     return true;
 }
 
-QStringList BoardFiles::mc_mounts()
+QStringList BoardFiles::mc_mounts(bool* ok)
 {
     const BoardBusy scope(*this);
+    if (ok)
+        *ok = false;
     if (!m_link.to_repl())
         return {};
-    // vfs.mount() lists the mounts on MicroPython 1.23 and later; before that a
-    // root that is not a file system itself (statvfs all zeros) holds only mounts.
+    // vfs.mount() lists the mounts on MicroPython 1.23 and later. Before that,
+    // a root that is not a file system itself (statvfs all zeros) holds only
+    // mounts, and a root that is one has a mount wherever a top folder's
+    // statvfs differs from the root's. "mounts?" says the board could not tell.
     const QByteArray command =
-        "exec(\"import os\\ntry:\\n import vfs;m=[p for _,p in vfs.mount()]\\nexcept Exception:\\n try:m=['/'+x "
-        "for x in os.listdir('/')] if not os.statvfs('/')[2] else []\\n except Exception:m=[]\\nprint('mounts',m)\")";
+        "exec(\"import os\\ntry:\\n import vfs;m=[p for _,p in vfs.mount()]\\nexcept Exception:\\n "
+        "try:\\n  r=os.statvfs('/');m=['/'+x for x in os.listdir('/') if not r[2] or "
+        "(os.stat('/'+x)[0]&0x4000 and os.statvfs('/'+x)!=r)]\\n except Exception:m=None\\n"
+        "print('mounts',m) if m is not None else print('mounts?')\")";
     QStringList mounts;
+    bool answered = false;
     if (m_link.replCommand(command, kListTimeoutMs)) {
         while (m_link.hasReply()) {
             const QString line = QString::fromUtf8(m_link.takeReply().trimmed());
-            if (line.startsWith(QLatin1String("mounts ")))
-                for (const QString& path : upy_parselist(line))
-                    mounts << QDir::cleanPath(path);
+            if (!line.startsWith(QLatin1String("mounts ")))
+                continue;
+            answered = true;
+            for (const QString& path : upy_parselist(line))
+                mounts << QDir::cleanPath(path);
         }
     }
     m_link.processQueue();
+    if (ok)
+        *ok = answered && m_link.isOpen();
     return mounts;
 }
 

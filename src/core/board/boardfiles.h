@@ -99,7 +99,8 @@ public:
 
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
     // Where the board mounts its file systems ("/flash", "/sd"); may be empty.
-    QStringList mc_mounts();
+    // ok (when given) is false when the board did not answer or could not tell.
+    QStringList mc_mounts(bool* ok = nullptr);
     // After each listing, also ask the board how full it is (spaceReported).
     void setReportSpace(bool on) { m_reportSpace = on; }
     void updateMcDir(QString path);
@@ -128,6 +129,9 @@ signals:
     void progressStarted(int maximum);
     void progressChanged(int value);
     void progressFinished();
+    // How many bytes of the file itself have gone or come; total is -1 when
+    // not known (a download).
+    void fileProgress(qint64 done, qint64 total);
     void queryInfoFinished();
     void scriptOutput(const QByteArray& bytes, bool error);
     // Bytes free and in all on the listed folder's file system; both -1 when
@@ -207,6 +211,7 @@ private:
     quint64 m_restarts = 0;       // restarts seen in the board's output
     quint64 m_callSince = 0;      // m_restarts when the current fast call began
     QByteArray m_lastReply;       // the last upload packet's reply
+    qint64 m_fileSize = 0;        // the file being uploaded, for fileProgress
     bool m_reportSpace = false;
     bool m_wholeOutput = false;
     bool m_scriptRaised = false;

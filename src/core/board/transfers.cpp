@@ -83,6 +83,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     const BoardBusy scope(*this);
     const bool fast = fastTransfers();
     const QByteArray raw = source->readAll();
+    m_fileSize = raw.size();
     emit fileOpsEnableRequested(false);
     const int chunk = m_link.chunkSize();
     for (int attempt = 0;; ++attempt) {
@@ -155,8 +156,20 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
         failure = invalid(reply);
     if (!failure.isEmpty())
         return failure;
-    if (!fast)
+    // The board may fail during the plain waits (opening a file in a missing
+    // folder, the last write on a full flash): its answer is the failure, not
+    // stray output before the next packet.
+    const auto failedMeanwhile = [&] {
+        if (!m_link.hasReply())
+            return false;
+        m_lastReply = m_link.takeReply();
+        return true;
+    };
+    if (!fast) {
         m_link.qWait(kBeforeDataMs);
+        if (failedMeanwhile())
+            return invalid(m_lastReply);
+    }
     emit progressStarted(text.size());
 
     for (int offset = 0; offset < text.size(); offset += chunk) {
@@ -169,6 +182,7 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
             return failure;
         }
         emit progressChanged(offset + chunk);
+        emit fileProgress(qMin<qint64>(m_fileSize, m_fileSize * (offset + chunk) / qMax(1, text.size())), m_fileSize);
         if (m_cancel) {
             emit progressFinished();
             stopQuietly();
@@ -179,8 +193,11 @@ QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, b
     }
     emit progressFinished();
 
-    if (!fast)
+    if (!fast) {
         m_link.qWait(kBeforeChecksumMs);
+        if (failedMeanwhile())
+            return invalid(m_lastReply);
+    }
     failure = request(checksumPacket(byteSum(text)), kChecksumTimeoutMs + verifyMs,
                       tr("Finalization error (during transmission phase). Aborted"),
                       tr("Finalization error (during reception phase). Aborted"), &reply);
@@ -275,6 +292,7 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
     bool ok = false;
     bool finished = false;
     bool writeFailed = false;
+    qint64 received = 0;
     int idle = 1;
     for (;;) {
         if (!m_link.hasReply()) {
@@ -303,6 +321,8 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
             }
             for (char c : data)
                 sum += static_cast<unsigned char>(c);
+            received += data.size();
+            emit fileProgress(received, -1);
             // Anything but "^^" makes the board end the transfer cleanly.
             const bool stop = m_cancel || writeFailed;
             if (!m_link.tranceive(stop ? QByteArrayLiteral("!!") : QByteArrayLiteral("^^"), kAckTimeoutMs)) {

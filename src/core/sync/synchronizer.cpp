@@ -189,7 +189,7 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
     }
     if (options.deleteExtra && !pruneAll(source, destination, options)) {
         if (!m_files.cancelRequested())
-            log(abortText());
+            log(m_files.link().isOpen() ? tr("Synchronization aborted - delete pass failure") : abortText());
         return false;
     }
     log(tr("Synchronized files from folders %1/ and %2").arg(source, destination));
@@ -224,7 +224,14 @@ bool Synchronizer::pruneAll(const QString& source, const QString& destination, c
     }
     // A destination a dry run would create holds nothing to delete.
     const bool exists = m_files.mc_direxists(destination);
-    m_mounts = exists ? m_files.mc_mounts() : QStringList();
+    bool known = true;
+    m_mounts = exists ? m_files.mc_mounts(&known) : QStringList();
+    // Without the mounts, a delete pass could walk into another file system (/sd).
+    if (!known) {
+        if (m_files.link().isOpen())
+            log(tr("Nothing deleted: the board did not say which file systems it mounts"));
+        return false;
+    }
     bool emptied = false;
     return m_files.link().isOpen() && (!exists || prune(source, destination, QString(), options, &emptied));
 }

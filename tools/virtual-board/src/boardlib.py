@@ -249,6 +249,13 @@ class _FlashFile:
 
 
 def _open_file(name, mode="r", *args, **kw):
+    # A board refuses to open a folder (Emscripten only fails at the first read).
+    try:
+        folder = isinstance(name, str) and _os.stat(name)[0] & 0x4000
+    except OSError:
+        folder = False
+    if folder:
+        raise _board_error(OSError(31))
     if not (_FLASH_MS or _CAPACITY) or not any(c in mode for c in "wax+"):
         return _open(name, mode, *args, **kw)
     _flash_busy()
