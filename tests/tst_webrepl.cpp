@@ -30,7 +30,7 @@ class TestWebRepl : public QObject {
     Q_OBJECT
     QTemporaryDir m_settingsDir;
     // Longer than the 9 characters a board compares.
-    static constexpr char kPassword[] = "wifi-board-1";
+    static constexpr char kPassword[] = "wifi-brd1";
     static QStringList served() { return {"--webrepl", "0", "--password", kPassword}; }
 
 private slots:
@@ -41,6 +41,7 @@ private slots:
     void transfers_data();
     void transfers();
     void softResetAndVanishing();
+    void silentLoss();
     void characterCutInTwo();
     void frameMarker();
     void popup();
@@ -66,8 +67,14 @@ void TestWebRepl::loginAndOneClient()
     QVERIFY(!s.link.connectToBoard(s.settings(), false, true));
     QVERIFY(s.logged(QStringLiteral("none was given")));
 
-    // Only the first nine characters count, as on the board.
-    s.password = QString::fromLatin1(kPassword).left(9) + QStringLiteral("xyz");
+    // A password longer than the 9 bytes a board keeps is wrong: never cut and sent.
+    s.password = QString::fromLatin1(kPassword) + QStringLiteral("xyz");
+    QVERIFY(!s.link.connectToBoard(s.settings(), true, true));
+    QTest::qWait(700);
+    QVERIFY2(s.logged(QStringLiteral("longer than the 9 bytes a board keeps")), qPrintable(s.log.join('\n')));
+    QVERIFY(!s.logged(QStringLiteral("Reconnect attempt")));
+    QVERIFY(!s.board.log().contains(QStringLiteral("password refused")));
+    s.password = QString::fromLatin1(kPassword);
     QVERIFY(s.open());
     QVERIFY(!(s.log + s.terminal).join('\n').contains(s.password));
 
@@ -189,6 +196,39 @@ void TestWebRepl::softResetAndVanishing()
     QVERIFY(timer.elapsed() < 15000);
     QVERIFY(!s.link.isOpen());
     QVERIFY2(s.logged(QStringLiteral("The WebREPL connection closed")), qPrintable(s.log.join('\n')));
+}
+
+void TestWebRepl::silentLoss()
+{
+    // A board that loses power or Wi-Fi never closes its socket. Its address
+    // routed into a blackhole is such a board: nothing arrives, nothing is refused.
+    struct Blackhole {
+        bool on = QProcess::execute(QStringLiteral("ip"), {"route", "add", "blackhole", "127.0.0.2/32", "table",
+                                                           "local"}) == 0;
+        ~Blackhole() { lift(); }
+        void lift()
+        {
+            if (on)
+                QProcess::execute(QStringLiteral("ip"), {"route", "del", "blackhole", "127.0.0.2/32", "table", "local"});
+            on = false;
+        }
+    };
+    BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--webrepl-host", "127.0.0.2"});
+    s.password = QString::fromLatin1(kPassword);
+    QVERIFY(s.open(true));
+    s.log.clear();
+    Blackhole cut;
+    if (!cut.on)
+        QSKIP("this machine cannot route an address into a blackhole (ip route needs CAP_NET_ADMIN)");
+    // Idle, the link notices within about ten seconds and enters the reconnect cycle.
+    QElapsedTimer timer;
+    timer.start();
+    QVERIFY2(waitFor([&] { return !s.link.isOpen(); }, 20000), qPrintable(s.log.join('\n')));
+    QVERIFY2(timer.elapsed() < 13000, qPrintable(QString::number(timer.elapsed())));
+    QVERIFY2(s.logged(QStringLiteral("The WebREPL connection closed")), qPrintable(s.log.join('\n')));
+    QVERIFY(waitFor([&] { return s.logged(QStringLiteral("Reconnect attempt")); }, 5000));
+    s.link.connectionClosed();
+    cut.lift();
 }
 
 void TestWebRepl::characterCutInTwo()
@@ -434,8 +474,7 @@ void TestWebRepl::boardFileProtocol()
     connect(&ws, &QWebSocket::binaryMessageReceived, [&](const QByteArray& m) { binary << m; });
     ws.open(QUrl(board.path()));
     QVERIFY(waitFor([&] { return text.contains("Password: "); }));
-    // The board keeps nine characters of its password.
-    ws.sendTextMessage(QString::fromLatin1(kPassword).left(9) + QLatin1Char('\r'));
+    ws.sendTextMessage(QString::fromLatin1(kPassword) + QLatin1Char('\r'));
     QVERIFY(waitFor([&] { return text.contains("WebREPL connected"); }));
     const auto request = [&](char type, const QByteArray& name, quint32 size) {
         QByteArray h("WA");

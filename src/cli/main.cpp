@@ -522,8 +522,14 @@ int cmdWatch(Context& c)
             if (!waiting)
                 c.err << "The board dropped off; waiting for it\n" << Qt::flush;
             waiting = true;
-            if (!pump(500) || !reconnect(c))
+            if (!pump(500))
                 continue;
+            if (!reconnect(c)) {
+                if (!c.link.refusedForGood())
+                    continue;
+                c.err << "The board refuses the connection for good: watch stops\n" << Qt::flush;
+                return kExitFailed;
+            }
             waiting = false;
             c.err << "The board is back\n" << Qt::flush;
             if (sourceReady())

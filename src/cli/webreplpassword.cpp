@@ -2,6 +2,7 @@
 
 #include <QFile>
 
+#include <csignal>
 #include <cstdio>
 #include <string>
 #include <termios.h>
@@ -22,22 +23,42 @@ QString firstLine(const QByteArray& bytes)
     return QString::fromUtf8(line);
 }
 
+termios g_echoing{};
+
+// Ctrl+C (or a hang-up) at the prompt: the terminal gets its echo back before
+// the signal ends the program as it would have.
+void restoreEchoAndEnd(int signal)
+{
+    tcsetattr(STDIN_FILENO, TCSAFLUSH, &g_echoing);
+    std::signal(signal, SIG_DFL);
+    std::raise(signal);
+}
+
 QString askTerminal(const QString& address)
 {
     std::fprintf(stderr, "WebREPL password for %s: ", address.toLocal8Bit().constData());
     std::fflush(stderr);
-    termios saved{};
-    const bool quiet = tcgetattr(STDIN_FILENO, &saved) == 0;
+    const bool quiet = tcgetattr(STDIN_FILENO, &g_echoing) == 0;
+    const int caught[] = {SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+    struct sigaction before[4] {};
     if (quiet) {
-        termios silent = saved;
+        struct sigaction restore {};
+        restore.sa_handler = restoreEchoAndEnd;
+        sigemptyset(&restore.sa_mask);
+        for (int i = 0; i < 4; ++i)
+            sigaction(caught[i], &restore, &before[i]);
+        termios silent = g_echoing;
         silent.c_lflag &= ~static_cast<tcflag_t>(ECHO);
         tcsetattr(STDIN_FILENO, TCSAFLUSH, &silent);
     }
     std::string line;
     for (int c = std::fgetc(stdin); c != EOF && c != '\n'; c = std::fgetc(stdin))
         line.push_back(static_cast<char>(c));
-    if (quiet)
-        tcsetattr(STDIN_FILENO, TCSAFLUSH, &saved);
+    if (quiet) {
+        tcsetattr(STDIN_FILENO, TCSAFLUSH, &g_echoing);
+        for (int i = 0; i < 4; ++i)
+            sigaction(caught[i], &before[i], nullptr);
+    }
     std::fputc('\n', stderr);
     return firstLine(QByteArray::fromStdString(line));
 }

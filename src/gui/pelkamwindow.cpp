@@ -366,11 +366,10 @@ void PelkamWindow::on_actionConnect_triggered()
     settings.serialNumber = popup.serialNumber();
     settings.baud = popup.baud();
     settings.type = popup.type() == MC_ESP32 ? MC_ESP32 : MC_STM32;
-    if (popup.webRepl()) {
-        settings.password = popup.password();
+    settings.password = popup.webRepl() ? popup.password() : QString();
+    // The secret store keeps only a password the board has accepted.
+    if (connectTo(settings) || !popup.rememberPassword())
         rememberPassword(settings.name, settings.password, popup.rememberPassword());
-    }
-    connectTo(settings);
 }
 
 void PelkamWindow::on_actionAbort_triggered()

@@ -83,6 +83,11 @@ void BoardLink::useTransport(std::unique_ptr<BoardTransport> transport)
     });
 }
 
+bool BoardLink::refusedForGood() const
+{
+    return m_transport && m_transport->refusedForGood();
+}
+
 bool BoardLink::isOpen() const
 {
     return m_transport->isOpen();

@@ -38,6 +38,8 @@ public:
     MC_TYPES boardType() const { return m_type; }
     void setBoardType(MC_TYPES type) { m_type = type; }
     bool isOpen() const;
+    // The last connect was refused in a way a retry cannot mend (a wrong password).
+    bool refusedForGood() const;
     // Whether the board is reached over WebREPL rather than a serial port.
     bool overWebRepl() const;
     // The chunk size for data sent to a running board script: transferSize(),

@@ -47,6 +47,7 @@ public:
 
 private:
     static void pass(QTcpSocket* to, const QByteArray& data);
+    static void watchForSilentLoss(QTcpSocket* socket);
     void accept();
     void fromBoard();
     void fromClient();

@@ -145,11 +145,16 @@ void WebReplTransport::received(const QByteArray& data)
             endLogin(1);
             return;
         }
+        // A board's password has at most 9 bytes (webrepl_setup refuses more),
+        // so a longer one is wrong: cutting it would only let wrong ones in.
+        if (m_password.toUtf8().size() > kPasswordBytes) {
+            m_error = tr("the WebREPL password is longer than the 9 bytes a board keeps: it was not sent");
+            m_refusedForGood = true;
+            endLogin(1);
+            return;
+        }
         m_passwordSent = true;
-        // The board keeps 9 bytes of its password and compares up to 10 of
-        // ours: a longer one is sent as the board knows it.
-        const QString known = QString::fromUtf8(m_password.toUtf8().left(kPasswordBytes));
-        m_socket->sendTextMessage(known + QLatin1Char('\r'));
+        m_socket->sendTextMessage(m_password + QLatin1Char('\r'));
         m_socket->flush();
     }
 }

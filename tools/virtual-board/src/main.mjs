@@ -54,7 +54,10 @@ const USAGE = `usage: virtual-board [options]
                           (0: any free port) and print its ws:// address
                           instead of the device path; one client at a time,
                           a 260-byte input buffer, a soft reset closes it
-  --password PW           the WebREPL password (default "pelkam"; 9 characters kept)
+  --webrepl-host HOST     the loopback address to serve WebREPL on (default
+                          127.0.0.1); tests take another one to cut it off
+  --password PW           the WebREPL password (default "pelkam"); at most 9 bytes,
+                          as webrepl_setup refuses a longer one
   --cut-characters        send each byte of a non-ASCII character over WebREPL in a
                           message of its own, as a program writing them apart does
   --reject-before-handshake
@@ -111,6 +114,7 @@ function parseArgs(argv) {
     bridge: false,
     webrepl: -1,
     password: "pelkam",
+    webreplHost: "127.0.0.1",
   };
   const num = (v, name) => {
     const n = Number(v);
@@ -155,7 +159,11 @@ function parseArgs(argv) {
       case "--crash-in-rename": o.crashInRename = true; break;
       case "--bridge": o.bridge = true; break;
       case "--webrepl": o.webrepl = num(v(), a); break;
-      case "--password": o.password = v(); break;
+      case "--webrepl-host": o.webreplHost = v(); break;
+      case "--password":
+        o.password = v();
+        if (Buffer.byteLength(o.password) > 9) fail("--password: a board keeps at most 9 bytes of its WebREPL password");
+        break;
       case "--cut-characters": o.cutCharacters = true; break;
       case "--reject-before-handshake": o.rejectBeforeHandshake = true; break;
       case "-h": case "--help": process.stdout.write(USAGE + "\n"); process.exit(0);
@@ -432,7 +440,7 @@ async function startBoard(keptRelay = null) {
   await webreplUp();
   if (!announced) {
     announced = true;
-    process.stdout.write((opts.webrepl >= 0 ? `ws://127.0.0.1:${webreplPort}` : opts.link) + "\n");
+    process.stdout.write((opts.webrepl >= 0 ? `ws://${opts.webreplHost}:${webreplPort}` : opts.link) + "\n");
   }
   await ready;
 }
@@ -601,7 +609,7 @@ function webreplUp() {
   });
   webreplServer = server;
   return new Promise((resolve) => {
-    server.listen(webreplPort || opts.webrepl, "127.0.0.1", () => {
+    server.listen(webreplPort || opts.webrepl, opts.webreplHost, () => {
       webreplPort = server.address().port;
       resolve();
     });
