@@ -291,8 +291,9 @@ void TestCli::manyBoards()
     VirtualBoard a(QStringLiteral("esp32")), b(QStringLiteral("esp32"));
     VirtualBoard pulled(QStringLiteral("esp32"), {"--arm-on", "_upload(", "--drop-rx", "8000"});
     QVERIFY(a.isRunning() && b.isRunning() && pulled.isRunning());
-    const Run r = cli({"--port", a.path(), "--port", pulled.path(), "--port", b.path(), "--type", "esp32", "sync",
-                       project.path(), "/"});
+    // The default mode, whose upload call the fault waits for.
+    const Run r = cli({"--port", a.path(), "--port", pulled.path(), "--port", b.path(), "--type", "esp32", "--no-fast",
+                       "sync", project.path(), "/"});
     QCOMPARE(r.code, 1);
     for (VirtualBoard* board : {&a, &b}) {
         for (const char* name : {"\tbig.bin\n", "\tmain.py\n"})

@@ -126,11 +126,23 @@ void TestWebRepl::transfers_data()
 void TestWebRepl::transfers()
 {
     QFETCH(bool, fast);
-    BoardSession s(QStringLiteral("esp32"), served());
+    // An ESP8266's console ring: 256 bytes, of which 255 hold input.
+    BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--uart-ring", "256"});
     s.password = QString::fromLatin1(kPassword);
     s.files.setFastTransfers(fast);
     QVERIFY(s.open());
     QTemporaryDir pc;
+    // A script far longer than the ring: one lost byte would change the sum.
+    QByteArray sum = "s=0\n";
+    for (int i = 0; i < 100; ++i)
+        sum += "s+=" + QByteArray::number(i) + "\n";
+    sum += "print('sum', s)\n";
+    QByteArray printed;
+    s.files.setWholeScriptOutput(true);
+    connect(&s.files, &BoardFiles::scriptOutput, [&](const QByteArray& bytes, bool) { printed += bytes; });
+    QVERIFY(s.files.execute_script(writeFile(pc.filePath(QStringLiteral("sum.py")), sum)));
+    QVERIFY2(printed.contains("sum 4950") && !s.files.scriptRaised(), printed.constData());
+    s.files.setWholeScriptOutput(false);
     QByteArray data(60000, Qt::Uninitialized);
     for (int i = 0; i < data.size(); ++i)
         data[i] = static_cast<char>((i * 131) ^ (i >> 7));

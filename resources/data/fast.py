@@ -49,7 +49,7 @@ def _fup(f,c,z,fn,ft):
   a=i.read(11)
   if len(a)<11 or a[0]!=33:
    s=0x31;e='Inv size packet {}'.format(a);raise StopIteration
-  n=int(a[1:]);b=bytearray(1028);m=memoryview(b);h=0;t=0;q=b''
+  n=int(a[1:]);b=bytearray(1024+c);m=memoryview(b);h=0;t=0;q=b''
   d=_fdir(f);_fcln(d)
   r=_fst(f)==0x8000
   try:

@@ -85,7 +85,7 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     const QByteArray raw = source->readAll();
     m_fileSize = raw.size();
     emit fileOpsEnableRequested(false);
-    const int chunk = m_link.chunkSize();
+    const int chunk = fast ? m_link.fastChunkSize() : m_link.chunkSize();
     for (int attempt = 0;; ++attempt) {
         QByteArray text;
         QString call;

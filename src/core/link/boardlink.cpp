@@ -105,6 +105,15 @@ int BoardLink::chunkSize() const
     return window > 0 ? qMin(size, safeTransferSize(window)) : size;
 }
 
+int BoardLink::fastChunkSize() const
+{
+    // The fast script's buffer takes any multiple of four: as much of the
+    // input ring as base64 fills whole.
+    const int window = m_transport->inputWindow();
+    const int size = transferSize();
+    return window > 0 ? qMin(size, window / 4 * 4) : size;
+}
+
 void BoardLink::setState(MC_STATE s)
 {
     if (s == m_state)

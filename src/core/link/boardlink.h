@@ -45,6 +45,8 @@ public:
     // The chunk size for data sent to a running board script: transferSize(),
     // or less where the board's input buffer is smaller.
     int chunkSize() const;
+    // The same for the fast upload, which is not bound to powers of two.
+    int fastChunkSize() const;
     // Long raw REPL commands in raw-paste mode where the board has it (always
     // over WebREPL): no fixed waits, and never more than the board can take.
     void setPasteCommands(bool on) { m_pasteCommands = on; }
@@ -146,6 +148,8 @@ private:
     // MicroPython's raw-paste mode: code goes out in windows the board grants.
     // Pasted, failed, or refused by a board without it (then sent as usual).
     int rawPaste(const QByteArray& code);
+    // A long command behind a small input ring: pieces the board answers one by one.
+    int pasteAcked(const QByteArray& code);
     // rawPaste() for a long raw REPL command where it applies, else refused.
     int pasteLong(const QByteArray& data);
     void splitByState();

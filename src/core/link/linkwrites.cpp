@@ -19,6 +19,8 @@ constexpr char kWindowGrant = 0x01;
 constexpr int kRawPasteTimeoutMs = 5000;
 // Commands this short go out in one piece; the raw REPL reads them at once.
 constexpr int kShortCommand = 128;
+// What one answered piece of a pasted command may hold (below the smallest ring).
+constexpr int kAckedPiece = 240;
 enum RawPaste { RawPasteNo = 0, RawPasteYes = 1 };
 enum PasteResult { Pasted, PasteFailed, PasteRefused };
 
@@ -36,11 +38,70 @@ int wholeCharacters(const QByteArray& data, int offset, int max)
 int BoardLink::pasteLong(const QByteArray& data)
 {
     // A raw REPL command (pasted scripts and calls end with Ctrl-D): longer
-    // ones go out in the windows the board grants.
-    const bool paste = (m_pasteCommands || m_transport->inputWindow() > 0) && m_state == MC_RAW &&
-                       data.size() > kShortCommand && data.endsWith(kCtrlD) && !data.startsWith(kCtrlC) &&
-                       m_rawPaste != RawPasteNo;
+    // ones go out in the windows the board grants, or behind a small input
+    // ring in pieces the board answers one by one.
+    const bool command = m_state == MC_RAW && data.size() > kShortCommand && data.endsWith(kCtrlD) &&
+                         !data.startsWith(kCtrlC);
+    if (command && m_transport->inputWindow() > 0 && data.size() > m_transport->inputWindow())
+        return pasteAcked(data.chopped(1));
+    const bool paste = command && (m_pasteCommands || m_transport->inputWindow() > 0) && m_rawPaste != RawPasteNo;
     return paste ? rawPaste(data.chopped(1)) : PasteRefused;
+}
+
+int BoardLink::pasteAcked(const QByteArray& code)
+{
+    // Raw-paste windows are as large as an ESP8266's whole ring (256 bytes, of
+    // which 255 hold input) and nothing tells when the board has read part of
+    // one. So a short loader, sent whole into an empty ring, reads the code in
+    // pieces, each after its length in two hex digits, and answers each; a
+    // piece goes only after the answer to the one before. Pieces end between
+    // characters, as every WebREPL message must.
+    const QByteArray loader = QByteArrayLiteral("def _pk(n):\n import sys\n i=sys.stdin.buffer;b=bytearray()\n"
+                                                " while len(b)<n:b+=i.read(int(i.read(2),16));sys.stdout.write('\\x01')\n"
+                                                " return bytes(b).decode()\nexec(compile(_pk(") +
+                              QByteArray::number(code.size()) + QByteArrayLiteral("),'<stdin>','exec'))\n") + kCtrlD;
+    const int from = m_buffer.size();
+    m_pasting = true;
+    struct Done {
+        bool& flag;
+        ~Done() { flag = false; }
+    } done{m_pasting};
+    if (!m_transport->send(loader))
+        return PasteFailed;
+    // "OK" once the loader is taken, then one 0x01 for each piece read.
+    int pieces = 0;
+    int sent = 0;
+    for (;;) {
+        const QByteArray fresh = m_buffer.mid(from);
+        const bool accepted = fresh.startsWith(kRawAccepted);
+        if (!accepted && (fresh.size() >= kRawAccepted.size() || !kRawAccepted.startsWith(fresh)))
+            return PasteFailed;
+        const QByteArray answers = accepted ? fresh.mid(kRawAccepted.size()) : QByteArray();
+        int acks = 0;
+        while (acks < pieces && acks < answers.size() && answers.at(acks) == kWindowGrant)
+            ++acks;
+        // Anything else before the last answer is a traceback (a board that
+        // cannot run the loader); after it, the command's own output.
+        if (acks < pieces && acks < answers.size())
+            return PasteFailed;
+        if (accepted && acks == pieces) {
+            if (sent == code.size())
+                break;
+            const int n = wholeCharacters(code, sent, kAckedPiece);
+            if (!m_transport->send(QByteArray::number(n, 16).rightJustified(2, '0') + code.mid(sent, n)))
+                return PasteFailed;
+            sent += n;
+            ++pieces;
+            continue;
+        }
+        if (waitLoop(kRawPasteTimeoutMs, true, false) != 0)
+            return PasteFailed;
+    }
+    // From here the board answers as the raw REPL does after "OK".
+    m_buffer.remove(from + kRawAccepted.size(), pieces);
+    m_pasting = false;
+    splitByState();
+    return Pasted;
 }
 
 bool BoardLink::write(const QByteArray& data)

@@ -17,8 +17,9 @@ class WebReplTransport : public BoardTransport {
     Q_OBJECT
 public:
     static constexpr int kDefaultPort = 8266;
-    // MicroPython's own input buffer for the console (260 on ESP32, 256 on ESP8266).
-    static constexpr int kInputWindow = 256;
+    // What MicroPython's console input ring holds: 255 of an ESP8266's 256
+    // bytes (a ring keeps one slot free); an ESP32's 260 hold more.
+    static constexpr int kInputWindow = 255;
 
     explicit WebReplTransport(QObject* parent = nullptr);
     ~WebReplTransport() override;
