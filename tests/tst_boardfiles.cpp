@@ -91,7 +91,7 @@ void TestBoardFiles::roundTrips(const QString& flavour)
 
     quint32 seed = 1;
     for (const Case& c : cases) {
-        QSettings().setValue(QStringLiteral("MC/TransferSize"), c.chunk);
+        s.option([&](BoardOptions& o) { o.transferSize = c.chunk; });
         const QByteArray data = randomBytes(c.size, seed++);
         const QString local = writeLocal(QStringLiteral("up.bin"), data);
         const QString target = s.root() + c.name;
@@ -134,10 +134,10 @@ void TestBoardFiles::uploadFailures()
     QVERIFY(!s.files.download(QStringLiteral("/flash/x"), m_work.filePath(QStringLiteral("no/such/dir/x"))));
     QVERIFY(s.logged(QStringLiteral("Cannot write to ")));
 
-    QSettings().setValue(QStringLiteral("Scripts/Upload"), m_work.filePath(QStringLiteral("gone.py")));
+    s.option([&](BoardOptions& o) { o.texts[QStringLiteral("Scripts/Upload")] = m_work.filePath(QStringLiteral("gone.py")); });
     QVERIFY(!s.files.upload(local, QStringLiteral("/flash/x.txt")));
     QVERIFY(s.logged(QStringLiteral("Cannot open ") + m_work.filePath(QStringLiteral("gone.py"))));
-    QSettings().remove(QStringLiteral("Scripts/Upload"));
+    s.option([](BoardOptions& o) { o.texts.remove(QStringLiteral("Scripts/Upload")); });
 
     // After all of that the board still works.
     QVERIFY(s.files.upload(local, QStringLiteral("/flash/x.txt")));
@@ -292,7 +292,7 @@ void TestBoardFiles::listingAndInfo()
         {"lib/", {}}, {"zdir/", {}}, {"main.py", QByteArray(2000, 'x')}, {"a.txt", "1"}};
     for (const QString& entries : {QStringLiteral("4"), QStringLiteral("3")}) {
         BoardSession s(QStringLiteral("stm32"), {"--entries", entries, "--uname", "nodename=bench-1"}, seed);
-        QSettings().setValue(QStringLiteral("MC/STMDir"), QStringLiteral("/sd"));
+        s.option([](BoardOptions& o) { o.texts[QStringLiteral("MC/STMDir")] = QStringLiteral("/sd"); });
         QVERIFY(s.open());
         QVERIFY2(s.logged(QStringLiteral("Connected to micropython board bench-1 (mod unknown), release 1.27.0. "
                                          "Core PYBv1.1 with STM32F405RG version v1.27.0 on 2025-12-10")),
@@ -312,7 +312,7 @@ void TestBoardFiles::listingAndInfo()
         s.files.updateMcDir(QStringLiteral("/"));
         QCOMPARE(s.model.rowCount(), 1);
         QCOMPARE(s.model.data(s.model.index(0, 0)).toString(), QStringLiteral("flash"));
-        QSettings().setValue(QStringLiteral("PY/uname"), QStringLiteral("print('nothing')"));
+        s.option([](BoardOptions& o) { o.texts[QStringLiteral("PY/uname")] = QStringLiteral("print('nothing')"); });
         s.files.displayMcInfo();
         QVERIFY(s.logged(QStringLiteral("System information request failed")));
         QSettings().clear();
@@ -626,9 +626,9 @@ void TestBoardFiles::slowDigests()
                                                       " try:\n  time.sleep(60 if 'late' in f else 0.4)\n"
                                                       " except KeyboardInterrupt:\n  return b'late'\n"
                                                       " return _h0(f)\n");
-    QSettings().setValue(QStringLiteral("Scripts/Hash"), slowHash);
     seed.insert(QStringLiteral("late.py"), "x");
     BoardSession s(QStringLiteral("esp32"), {"--polite"}, seed);
+    s.option([&](BoardOptions& o) { o.texts[QStringLiteral("Scripts/Hash")] = slowHash; });
     s.files.setFastTransfers(true);
     QVERIFY(s.open());
     Synchronizer sync(s.files);

@@ -115,12 +115,12 @@ void TestBoardLink::chunkedWrites()
     Scripted s;
     QVERIFY(s.open());
     const QByteArray data(1100, 'a');
-    QSettings().setValue(QStringLiteral("MC/TransferSize"), 31);
+    s.link.setTransferSize(31);
     QVERIFY(s.link.write(data));
     QVERIFY(waitFor([&] { return s.device.received().size() == data.size(); }));
     QCOMPARE(s.device.writeSizes(), QList<int>({512, 512, 76}));
     s.device.clearReceived();
-    QSettings().setValue(QStringLiteral("MC/TransferSize"), 32);
+    s.link.setTransferSize(32);
     QVERIFY(s.link.write(QByteArray(70, 'b')));
     QVERIFY(waitFor([&] { return s.device.received().size() == 70; }));
     QCOMPARE(s.device.writeSizes(), QList<int>({32, 32, 6}));

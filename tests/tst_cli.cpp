@@ -587,6 +587,18 @@ void TestCli::wordsAndEdges()
     const QString local = writeFile(m_dir.filePath("w.py"), "print(1)\n");
     Run r = cli(port + QStringList{"put", local, "/w.py"});
     QVERIFY2(r.code == 0, r.err.constData());
+    // The window's settings never reach the CLI: a broken script set there changes nothing here.
+    {
+        // Where the window keeps them for this test's XDG_CONFIG_HOME.
+        QSettings window(m_dir.filePath("Tarvel/Pelkam.conf"), QSettings::IniFormat);
+        window.setValue(QStringLiteral("Scripts/Upload"), m_dir.filePath("gone.py"));
+        window.setValue(QStringLiteral("MC/TransferSize"), 32);
+        window.sync();
+        r = cli(port + QStringList{"--no-fast", "put", local, "/v.py"});
+        window.remove(QStringLiteral("Scripts"));
+        window.remove(QStringLiteral("MC/TransferSize"));
+        QVERIFY2(r.code == 0 && !r.err.contains("gone.py"), r.err.constData());
+    }
     // Board errors in words, never a bare number (stock firmware prints ENOTDIR and others as numbers).
     const QList<QPair<QStringList, QByteArray>> failures{
         // First, before the board holds any of our scripts.

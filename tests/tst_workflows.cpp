@@ -89,7 +89,7 @@ void TestWorkflows::uploadQuestions()
     for (const Case& c : cases) {
         w.s.files.remove(QStringLiteral("/sub/dir/deep.py"), false);
         w.s.files.remove(QStringLiteral("/deep.py"), false);
-        QSettings().setValue(QStringLiteral("MC/SubDirsSel"), c.setting);
+        w.s.option([&](BoardOptions& o) { o.subDirsSel = c.setting; });
         w.prompter.answers = c.answers;
         w.prompter.questions.clear();
         w.flows.pcFileActivated(nested);
@@ -130,7 +130,7 @@ void TestWorkflows::uploadQuestions()
     w.answer({});
     w.flows.pcFileActivated(script);
     QVERIFY(w.prompter.questions.isEmpty());
-    QSettings().setValue(QStringLiteral("MC/SuggestExecute"), true);
+    w.s.option([](BoardOptions& o) { o.suggestExecute = true; });
     w.answer({Prompter::Yes});
     w.flows.pcFileActivated(script);
     QCOMPARE(w.prompter.questions,
@@ -217,9 +217,9 @@ void TestWorkflows::boardPane()
     // A file: edit unless "MC/ClickAction" is exactly "download".
     const QModelIndex inner = w.row(QStringLiteral("inner.txt"));
     QCOMPARE(w.flows.mcEntryActivated(inner, inner), FileWorkflows::EditRequested);
-    QSettings().setValue(QStringLiteral("MC/ClickAction"), QStringLiteral("Download"));
+    w.s.option([](BoardOptions& o) { o.clickAction = QStringLiteral("Download"); });
     QCOMPARE(w.flows.mcEntryActivated(inner, inner), FileWorkflows::EditRequested);
-    QSettings().setValue(QStringLiteral("MC/ClickAction"), QStringLiteral("download"));
+    w.s.option([](BoardOptions& o) { o.clickAction = QStringLiteral("download"); });
     QCOMPARE(w.flows.mcEntryActivated(inner, inner), FileWorkflows::Downloaded);
     QVERIFY(QFileInfo::exists(w.pc.filePath(QStringLiteral("inner.txt"))));
 

@@ -11,6 +11,7 @@
 #include "remoteedit.h"
 #include "replline.h"
 #include "scrollback.h"
+#include "boardsettings.h"
 #include "secretstore.h"
 #include "sync/synchronizer.h"
 #include "syncflow.h"
@@ -97,6 +98,7 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     connect(m_files.get(), &BoardFiles::progressStarted, m_views->cancelButton, &QWidget::show);
     connect(m_files.get(), &BoardFiles::progressFinished, m_views->cancelButton, &QWidget::hide);
     m_files->setReportSpace(true);
+    m_files->setOptions(boardOptionsFromSettings(m_settings));
     connect(m_files.get(), &BoardFiles::spaceReported, this, [this](qint64 freeBytes, qint64 totalBytes) {
         if (totalBytes <= 0)
             statusBar()->clearMessage();
@@ -290,7 +292,7 @@ void PelkamWindow::readSettings()
         ->setChecked(m_settings.value(QStringLiteral("MC/ConnRest"), false).toBool());
     action(QStringLiteral("actionMonitor_Only"))
         ->setChecked(m_settings.value(QStringLiteral("MC/MonOnly"), false).toBool());
-    applyScrollback();
+    applySettings();
 }
 
 void PelkamWindow::writeSettings()
@@ -359,6 +361,7 @@ void PelkamWindow::on_actionConnect_triggered()
     if (!popup.applied())
         return;
     popup.writeSettings();
+    applySettings();
     if (popup.port().isEmpty())
         return;
     BoardLink::PortSettings settings;
@@ -447,12 +450,13 @@ void PelkamWindow::on_actionPreferences_triggered()
     preferences.readSettings();
     if (preferences.exec() == QDialog::Accepted) {
         preferences.writeSettings();
-        applyScrollback();
+        applySettings();
     }
 }
 
-void PelkamWindow::applyScrollback()
+void PelkamWindow::applySettings()
 {
+    m_files->setOptions(boardOptionsFromSettings(m_settings));
     // 0 keeps everything; otherwise the oldest lines go as new ones come.
     m_scrollback = qMax(0, m_settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
     trimScrollback(m_terminal, m_scrollback);

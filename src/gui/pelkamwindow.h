@@ -124,7 +124,8 @@ private:
     // transfers inside asked for last.
     template <typename Workflow> void runWorkflow(Workflow workflow);
     void updateReplLine();
-    void applyScrollback();
+    // Scrollback and board options, after the settings changed.
+    void applySettings();
 
     QSettings m_settings;
     std::unique_ptr<WindowViews> m_views;

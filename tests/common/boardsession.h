@@ -49,6 +49,14 @@ struct BoardSession {
         return waitFor([this] { return infoDone; }, 20000);
     }
 
+    // Changes the board options as the window's settings or the CLI would.
+    template <typename Change> void option(Change change)
+    {
+        BoardOptions options = files.options();
+        change(options);
+        files.setOptions(options);
+    }
+
     bool logged(const QString& part) const
     {
         for (const QString& line : log)

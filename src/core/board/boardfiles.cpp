@@ -11,7 +11,6 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegExp>
-#include <QSettings>
 
 using namespace replbytes;
 
@@ -31,10 +30,6 @@ constexpr int kExecuteStepMs = 50;
 constexpr int kDebugStepTimeoutMs = 1000;
 constexpr int kDebugSteps = 90;
 
-QString settingOr(const QString& key, const QString& fallback)
-{
-    return QSettings().value(key, fallback).toString();
-}
 } // namespace
 
 BoardBusy::BoardBusy(BoardFiles& files) : m_files(files)
@@ -72,9 +67,15 @@ BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_li
     });
 }
 
+void BoardFiles::setOptions(const BoardOptions& options)
+{
+    m_options = options;
+    m_link.setTransferSize(options.transferSize);
+}
+
 QString BoardFiles::scriptPath(const QString& key, const QString& base, bool hasEspVariant) const
 {
-    const QString custom = QSettings().value(key, QString()).toString();
+    const QString custom = m_options.text(key);
     if (!custom.isEmpty())
         return custom;
     const bool esp = hasEspVariant && m_link.boardType() == MC_ESP32;
@@ -392,8 +393,7 @@ bool BoardFiles::mc_mkdir(QString path)
 bool BoardFiles::mc_direxists(const QString& path)
 {
     const BoardBusy scope(*this);
-    QString script =
-        QSettings().value(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py")).toString();
+    QString script = m_options.text(QStringLiteral("Scripts/Direxists"), QStringLiteral(":/data/direxists.py"));
     if (script.isEmpty())
         script = QStringLiteral(":/data/direxists.py");
     if (!upload_script(script) || !m_link.to_repl())
@@ -497,14 +497,14 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
         return {};
     QString command;
     if (flags == MC_LIST_ALL)
-        command = settingOr(QStringLiteral("PY/lsdir"), QStringLiteral("import os;print(os.listdir($dir))"));
+        command = m_options.text(QStringLiteral("PY/lsdir"), QStringLiteral("import os;print(os.listdir($dir))"));
     else if (flags & MC_LIST_FILES)
-        command = settingOr(QStringLiteral("PY/lsfiles"),
+        command = m_options.text(QStringLiteral("PY/lsfiles"),
                             QStringLiteral("import os,json;print(json.dumps([{'n': item[0], 's': item[3] if "
                                            "(len(item)>3) else -1} for item in os.ilistdir($dir) if "
                                            "item[1]==0x8000]))"));
     else if (flags & MC_LIST_DIRS)
-        command = settingOr(QStringLiteral("PY/lsdirs"),
+        command = m_options.text(QStringLiteral("PY/lsdirs"),
                             QStringLiteral("import os,json;print(json.dumps([{'n': item[0], 's': -1} for item in "
                                            "os.ilistdir($dir) if item[1]==0x4000]))"));
     else
@@ -600,7 +600,7 @@ QHash<QString, QString> BoardFiles::mc_uname()
 {
     const BoardBusy scope(*this);
     QHash<QString, QString> info;
-    const QString command = settingOr(QStringLiteral("PY/uname"), QStringLiteral("import os;print(os.uname())"));
+    const QString command = m_options.text(QStringLiteral("PY/uname"), QStringLiteral("import os;print(os.uname())"));
     if (!m_link.replCommand(command.toLatin1(), kUnameTimeoutMs) || !m_link.hasReply())
         return info;
     while (m_link.hasReply()) {
@@ -645,7 +645,7 @@ void BoardFiles::queryInfo()
     emit fileOpsEnableRequested(true);
     const bool esp = m_link.boardType() == MC_ESP32;
     QString dir =
-        QSettings().value(esp ? QStringLiteral("MC/ESPDir") : QStringLiteral("MC/STMDir"), QString()).toString();
+        m_options.text(esp ? QStringLiteral("MC/ESPDir") : QStringLiteral("MC/STMDir"));
     if (dir.isEmpty() || !mc_direxists(dir))
         dir = esp ? QStringLiteral("/") : QStringLiteral("/flash");
     updateMcDir(dir);

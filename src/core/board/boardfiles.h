@@ -1,5 +1,6 @@
 #pragma once
 
+#include "boardoptions.h"
 #include "link/boardlink.h"
 #include "link/mctypes.h"
 
@@ -48,9 +49,12 @@ public:
     // call that sees it logs the one "Cancelled" line.
     bool cancelRequested();
 
-    // Fast transfers: "MC/FastTransfers", unless the command line chose.
-    bool fastTransfers() const;
-    void setFastTransfers(bool on) { m_fastOverride = on ? 1 : 0; }
+    // What the window's settings or the command line chose; the link's
+    // transfer size comes with it.
+    void setOptions(const BoardOptions& options);
+    const BoardOptions& options() const { return m_options; }
+    bool fastTransfers() const { return m_options.fastTransfers; }
+    void setFastTransfers(bool on) { m_options.fastTransfers = on; }
     // Forgets which scripts the board holds; they are pasted again when next needed.
     void forgetScripts();
     // Fast transfers: the digests of many board files in few calls of the
@@ -203,7 +207,7 @@ private:
     bool m_cancelLogged = false;
     bool m_lastDownloadOk = false;
     bool m_localWriteFailed = false;
-    int m_fastOverride = -1;
+    BoardOptions m_options;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
     bool m_deflateFailed = false; // inflating ran out of memory in this connection

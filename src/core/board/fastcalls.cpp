@@ -5,7 +5,6 @@
 #include "link/replbytes.h"
 
 #include <QElapsedTimer>
-#include <QSettings>
 
 #include <zlib.h>
 
@@ -36,12 +35,6 @@ constexpr int kDeflateWorthDenominator = 5;
 // How many path characters one batch of digests may carry.
 constexpr int kHashBatchChars = 768;
 } // namespace
-
-bool BoardFiles::fastTransfers() const
-{
-    return m_fastOverride >= 0 ? m_fastOverride == 1
-                               : QSettings().value(QStringLiteral("MC/FastTransfers"), false).toBool();
-}
 
 void BoardFiles::forgetScripts()
 {

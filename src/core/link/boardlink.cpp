@@ -8,7 +8,6 @@
 #include <QEventLoop>
 #include <QFileInfo>
 #include <QSerialPortInfo>
-#include <QSettings>
 
 using namespace replbytes;
 
@@ -134,11 +133,6 @@ int BoardLink::safeTransferSize(int size)
     while (safe * 2 <= qMin(size, kMaxTransferSize))
         safe *= 2;
     return safe;
-}
-
-int BoardLink::transferSize()
-{
-    return safeTransferSize(QSettings().value(QStringLiteral("MC/TransferSize"), 0).toInt());
 }
 
 int BoardLink::waitLoop(int ms, bool endOnData, bool endOnEod, bool endOnRestart)

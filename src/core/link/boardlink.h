@@ -86,7 +86,8 @@ public:
     void clearBuffer() { m_buffer.clear(); }
     // The chunk size of writes and uploads: "MC/TransferSize", below 32 means
     // 512, any other value rounded down to a size the board script can take.
-    static int transferSize();
+    int transferSize() const { return safeTransferSize(m_transferSize); }
+    void setTransferSize(int setting) { m_transferSize = setting; }
     static int safeTransferSize(int size);
 
     // REPL control
@@ -162,6 +163,7 @@ private:
     void findRestart();
 
     std::unique_ptr<BoardTransport> m_transport;
+    int m_transferSize = 0; // as set, before rounding
     bool m_pasting = false; // raw-paste in flight: bytes are only buffered
     bool m_pasteCommands = false;
     int m_rawPaste = -1; // the board's raw-paste support: unknown, no, yes

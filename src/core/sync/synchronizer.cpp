@@ -10,7 +10,6 @@
 #include <QJsonArray>
 #include <QJsonObject>
 #include <QSet>
-#include <QSettings>
 
 namespace {
 const QString kDefaultHashScript = QStringLiteral(":/data/hash.py");
@@ -103,7 +102,7 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
 {
     const BoardBusy hold(m_files);
     const QStringList files = options.ignore.filtered(allFiles);
-    QString script = QSettings().value(QStringLiteral("Scripts/Hash"), kDefaultHashScript).toString();
+    QString script = m_files.options().text(QStringLiteral("Scripts/Hash"), kDefaultHashScript);
     if (script.isEmpty())
         script = kDefaultHashScript;
     const auto hashFailed = [this] {

@@ -8,7 +8,6 @@
 
 #include <QDir>
 #include <QFileInfo>
-#include <QSettings>
 
 FileWorkflows::FileWorkflows(BoardFiles& files, PackageInstaller& packages, Synchronizer& sync, QObject* parent)
     : QObject(parent), m_files(files), m_packages(packages), m_sync(sync)
@@ -54,7 +53,7 @@ void FileWorkflows::pcFileActivated(const QFileInfo& file)
         }
     }
     if (suffix.compare(QLatin1String("py"), Qt::CaseInsensitive) == 0 &&
-        QSettings().value(QStringLiteral("MC/SuggestExecute"), false).toBool()) {
+        m_files.options().suggestExecute) {
         switch (m_prompter->question(tr("Upload File"), tr("Execute this file on the MC instead of uploading?"),
                                      Prompter::YesNoCancel, Prompter::No)) {
         case Prompter::Yes:
@@ -78,7 +77,7 @@ bool FileWorkflows::local_file_upload(const QFileInfo& file)
     const QString name = file.fileName();
     const QString dir = mcDir();
     QString target;
-    switch (QSettings().value(QStringLiteral("MC/SubDirsSel"), 2).toInt()) {
+    switch (m_files.options().subDirsSel) {
     case 0:
         target = rel;
         break;
@@ -146,7 +145,7 @@ FileWorkflows::McActivation FileWorkflows::mcEntryActivated(const QModelIndex& i
         m_files.updateMcDir(model->dirPath());
         return Navigated;
     }
-    if (QSettings().value(QStringLiteral("MC/ClickAction")).toString() == QLatin1String("download")) {
+    if (m_files.options().clickAction == QLatin1String("download")) {
         if (current.isValid() && !model->isDir(current)) {
             action_download_core(current);
             return Downloaded;
