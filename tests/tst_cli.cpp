@@ -6,6 +6,7 @@
 #include <QElapsedTimer>
 #include <QProcess>
 #include <QSet>
+#include <QTcpServer>
 #include <QtTest>
 
 #include <csignal>
@@ -140,6 +141,7 @@ private slots:
     void linksAndMounts();
     void severalBoardsWriteApart();
     void wordsAndEdges();
+    void passwordsRefused();
 };
 
 namespace {
@@ -370,7 +372,7 @@ void TestCli::backupFaults()
         const QMap<QString, QByteArray> saved = files(out.path());
         QVERIFY(!saved.contains("data/big.bin"));
         for (auto it = saved.cbegin(); it != saved.cend(); ++it) {
-            QVERIFY2(!it.key().endsWith(".pelkam-part"), qPrintable(it.key()));
+            QVERIFY2(seed.contains(it.key()), qPrintable(it.key())); // no temporary left behind
             QCOMPARE(it.value(), seed.value(it.key()));
         }
     }
@@ -443,7 +445,7 @@ void TestCli::stopSignals()
         QCOMPARE(get.p.exitCode(), 143);
     }
     QCOMPARE(readFile(local), QByteArray("old"));
-    QVERIFY(!QFileInfo::exists(local + ".pelkam-part"));
+    QCOMPARE(QDir(m_dir.path()).entryList({"kept.bin*"}, QDir::Files | QDir::Hidden), QStringList{"kept.bin"});
     // Let through, the download replaces the old file.
     QCOMPARE(cli(port + QStringList{"get", "/big.bin", local}).code, 0);
     QCOMPARE(readFile(local), QByteArray(60000, 'b'));
@@ -587,18 +589,6 @@ void TestCli::wordsAndEdges()
     const QString local = writeFile(m_dir.filePath("w.py"), "print(1)\n");
     Run r = cli(port + QStringList{"put", local, "/w.py"});
     QVERIFY2(r.code == 0, r.err.constData());
-    // The window's settings never reach the CLI: a broken script set there changes nothing here.
-    {
-        // Where the window keeps them for this test's XDG_CONFIG_HOME.
-        QSettings window(m_dir.filePath("Tarvel/Pelkam.conf"), QSettings::IniFormat);
-        window.setValue(QStringLiteral("Scripts/Upload"), m_dir.filePath("gone.py"));
-        window.setValue(QStringLiteral("MC/TransferSize"), 32);
-        window.sync();
-        r = cli(port + QStringList{"--no-fast", "put", local, "/v.py"});
-        window.remove(QStringLiteral("Scripts"));
-        window.remove(QStringLiteral("MC/TransferSize"));
-        QVERIFY2(r.code == 0 && !r.err.contains("gone.py"), r.err.constData());
-    }
     // Board errors in words, never a bare number (stock firmware prints ENOTDIR and others as numbers).
     const QList<QPair<QStringList, QByteArray>> failures{
         // First, before the board holds any of our scripts.
@@ -618,10 +608,33 @@ void TestCli::wordsAndEdges()
                  r.err.constData());
     }
     QCOMPARE(files(board.dump()).value("main.py"), QByteArray("# main"));
+    // The window's settings never reach the CLI: a broken script set there changes nothing here.
+    {
+        // Where the window keeps them for this test's XDG_CONFIG_HOME.
+        QSettings window(m_dir.filePath("Tarvel/Pelkam.conf"), QSettings::IniFormat);
+        window.setValue(QStringLiteral("Scripts/Upload"), m_dir.filePath("gone.py"));
+        window.setValue(QStringLiteral("MC/TransferSize"), 32);
+        window.sync();
+        r = cli(port + QStringList{"--no-fast", "put", local, "/v.py"});
+        window.remove(QStringLiteral("Scripts"));
+        window.remove(QStringLiteral("MC/TransferSize"));
+        QVERIFY2(r.code == 0 && !r.err.contains("gone.py"), r.err.constData());
+    }
+
+    // On a terminal, progress counts the file's own bytes (not its base64 text).
+    const QByteArray big(60000, 'g');
+    QProcess tty;
+    tty.start(QStringLiteral("script"),
+              {"-qec", "\"$PELKAM_CLI\" --port " + board.path() + " put " + writeFile(m_dir.filePath("big.bin"), big) +
+                           " /big.bin", "/dev/null"});
+    QVERIFY(tty.waitForFinished(60000));
+    const QByteArray shown = tty.readAllStandardOutput();
+    QVERIFY2(tty.exitCode() == 0 && shown.contains("100% (60000 of 60000 bytes)") && !shown.contains("80000"),
+             shown.constData());
+    QCOMPARE(cli(port + QStringList{"get", "/big.bin", m_dir.filePath("back.bin")}).code, 0);
+    QCOMPARE(readFile(m_dir.filePath("back.bin")), big);
 
     // A file-size limit on the PC: get fails, names the local file and keeps the old one whole.
-    const QByteArray big(60000, 'g');
-    QCOMPARE(cli(port + QStringList{"put", writeFile(m_dir.filePath("big.bin"), big), "/big.bin"}).code, 0);
     QTemporaryDir out;
     const QString kept = writeFile(out.filePath("kept.bin"), QByteArray(30000, 'k'));
     QProcess p;
@@ -632,6 +645,44 @@ void TestCli::wordsAndEdges()
     QVERIFY2(p.exitCode() == 1 && err.contains("Cannot write to " + kept.toUtf8()), err.constData());
     QCOMPARE(readFile(kept), QByteArray(30000, 'k'));
     QCOMPARE(QDir(out.path()).entryList(QDir::Files | QDir::Hidden), QStringList{"kept.bin"});
+}
+
+
+void TestCli::passwordsRefused()
+{
+    // Ctrl+C at the password prompt: the terminal gets its echo back.
+    QProcess tty;
+    tty.setProcessChannelMode(QProcess::MergedChannels);
+    QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+    env.remove(QStringLiteral("PELKAM_WEBREPL_PASSWORD"));
+    tty.setProcessEnvironment(env);
+    tty.start(QStringLiteral("script"),
+              {"-qc", "trap '' INT; \"$PELKAM_CLI\" --port ws://127.0.0.1:9 info; stty -a", "/dev/null"});
+    QByteArray shown;
+    QVERIFY(waitFor([&] { return (shown += tty.readAll()).contains("WebREPL password for"); }, 20000));
+    tty.write("\x03");
+    QVERIFY(tty.waitForFinished(20000));
+    shown += tty.readAll();
+    QVERIFY2(shown.contains(" echo ") && !shown.contains("-echo "), shown.constData());
+
+    // watch stops when the board refuses for good: its password changed while it was away.
+    QTcpServer probe;
+    QVERIFY(probe.listen(QHostAddress::LocalHost));
+    const QString port = QString::number(probe.serverPort());
+    probe.close();
+    QTemporaryDir project;
+    writeFile(project.filePath("main.py"), "v1");
+    auto board = std::make_unique<VirtualBoard>(QStringLiteral("esp32"), QStringList{"--webrepl", port, "--password", kPassword});
+    QVERIFY(board->isRunning());
+    Background watch({"--port", board->path(), "watch", project.path(), "/app"});
+    QVERIFY2(waitFor([&] { return watch.err.contains("Watching"); }, 60000), watch.err.constData());
+    board.reset();
+    QVERIFY2(waitFor([&] { return watch.err.contains("dropped off"); }, 20000), watch.err.constData());
+    board = std::make_unique<VirtualBoard>(QStringLiteral("esp32"), QStringList{"--webrepl", port, "--password", "changed"});
+    QVERIFY(board->isRunning());
+    QVERIFY2(waitFor([&] { return watch.p.state() == QProcess::NotRunning; }, 30000), watch.err.constData());
+    QCOMPARE(watch.p.exitCode(), 1);
+    QVERIFY2(watch.err.contains("refuses the connection for good"), watch.err.constData());
 }
 
 #include "tst_cli.moc"

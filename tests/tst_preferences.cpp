@@ -59,7 +59,7 @@ private slots:
         s.setValue(QStringLiteral("UI/Language"), QStringLiteral("ru_RU"));
         s.setValue(QStringLiteral("MC/ClickAction"), QStringLiteral("download"));
         p.readSettings();
-        QCOMPARE(state(p).mid(0, 2), QStringList({"Russian (Russia)", "Download File"}));
+        QCOMPARE(state(p).mid(0, 2), QStringList({"русский (Россия)", "Download File"}));
     }
 
     void storing()
@@ -116,11 +116,11 @@ private slots:
             p.writeSettings();
         };
         prompter.questions.clear();
-        choose(QStringLiteral("Russian (Russia)"));
+        choose(QString::fromUtf8("русский (Россия)"));
         QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QStringLiteral("ru_RU"));
-        choose(QStringLiteral("Russian (Russia)"));
+        choose(QString::fromUtf8("русский (Россия)"));
         QVERIFY(prompter.questions.isEmpty());
-        choose(QStringLiteral("English (United States)"));
+        choose(QStringLiteral("American English (United States)"));
         QCOMPARE(prompter.questions.size(), 1);
         QCOMPARE(s.value(QStringLiteral("UI/Language")).toString(), QStringLiteral("en_US"));
     }

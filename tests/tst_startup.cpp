@@ -41,7 +41,11 @@ private slots:
         QList<QTranslator*> loaded = startup::loadTranslations(*QCoreApplication::instance());
         QVERIFY(!loaded.isEmpty());
         QCOMPARE(QCoreApplication::translate("PelkamWindow", "Connect"), QString::fromUtf8("Подключить"));
+        // Sizes and dates in Russian too (the PC pane shows them through QLocale).
+        QVERIFY(QLocale().formattedDataSize(27).startsWith(QString::fromUtf8("27 байт")));
+        QVERIFY(QLocale().toString(QDate(2026, 11, 25), QLocale::LongFormat).contains(QString::fromUtf8("ноября")));
         unload(loaded);
+        QLocale::setDefault(QLocale::c());
 
         apply({QStringLiteral("-l"), QStringLiteral("de_DE")});
         QCOMPARE(QSettings().value(QStringLiteral("UI/Language")).toString(), QStringLiteral("de_DE"));

@@ -20,10 +20,6 @@
         <translation>Повторная попытка: %1</translation>
     </message>
     <message>
-        <source>Cannot write to %1</source>
-        <translation>Не удаётся записать в %1</translation>
-    </message>
-    <message>
         <source>No such board folder: %1</source>
         <translation>На плате нет папки %1</translation>
     </message>
@@ -42,6 +38,73 @@
     <message>
         <source>Backed up %1 of %2 files (%3 bytes) from %4 to %5</source>
         <translation>Сохранено файлов: %1 из %2 (%3 байт) из %4 в %5</translation>
+    </message>
+</context>
+<context>
+    <name>BoardErrors</name>
+    <message>
+        <source>the operation is not permitted</source>
+        <translation>операция не разрешена</translation>
+    </message>
+    <message>
+        <source>no such file or folder</source>
+        <translation>нет такого файла или папки</translation>
+    </message>
+    <message>
+        <source>the flash could not be read or written</source>
+        <translation>не удалось прочитать или записать флеш-память</translation>
+    </message>
+    <message>
+        <source>the file is not open</source>
+        <translation>файл не открыт</translation>
+    </message>
+    <message>
+        <source>the board ran out of memory</source>
+        <translation>на плате закончилась память</translation>
+    </message>
+    <message>
+        <source>permission denied</source>
+        <translation>доступ запрещён</translation>
+    </message>
+    <message>
+        <source>it already exists</source>
+        <translation>уже существует</translation>
+    </message>
+    <message>
+        <source>no file system is mounted there</source>
+        <translation>там не смонтирована файловая система</translation>
+    </message>
+    <message>
+        <source>a part of the path is a file, not a folder</source>
+        <translation>часть пути — файл, а не папка</translation>
+    </message>
+    <message>
+        <source>it is a folder</source>
+        <translation>это папка</translation>
+    </message>
+    <message>
+        <source>invalid argument</source>
+        <translation>недопустимый аргумент</translation>
+    </message>
+    <message>
+        <source>not enough room on the board</source>
+        <translation>на плате недостаточно места</translation>
+    </message>
+    <message>
+        <source>the file system is read-only</source>
+        <translation>файловая система только для чтения</translation>
+    </message>
+    <message>
+        <source>the name is too long</source>
+        <translation>слишком длинное имя</translation>
+    </message>
+    <message>
+        <source>the folder is not empty</source>
+        <translation>папка не пуста</translation>
+    </message>
+    <message>
+        <source>error number %1</source>
+        <translation>ошибка номер %1</translation>
     </message>
 </context>
 <context>
@@ -213,6 +276,10 @@
     <message>
         <source>The board cannot write %1: %2</source>
         <translation>Плата не может записать %1: %2</translation>
+    </message>
+    <message>
+        <source>unknown</source>
+        <translation>неизвестно</translation>
     </message>
 </context>
 <context>
@@ -1309,6 +1376,14 @@ If not, it will be uploaded to
         <source>Skipping %1 - its PC folder cannot be read or is a link</source>
         <translation>Пропуск %1 — папка на ПК не читается или является ссылкой</translation>
     </message>
+    <message>
+        <source>Synchronization aborted - delete pass failure</source>
+        <translation>Синхронизация прервана - сбой при удалении</translation>
+    </message>
+    <message>
+        <source>Nothing deleted: the board did not say which file systems it mounts</source>
+        <translation>Ничего не удалено: плата не сообщила, какие файловые системы смонтированы</translation>
+    </message>
 </context>
 <context>
     <name>WebReplTransport</name>
@@ -1343,6 +1418,10 @@ If not, it will be uploaded to
     <message>
         <source>bytes that are not UTF-8 text cannot be sent over WebREPL</source>
         <translation>байты, не являющиеся текстом UTF-8, нельзя отправить через WebREPL</translation>
+    </message>
+    <message>
+        <source>the WebREPL password is longer than the 9 bytes a board keeps: it was not sent</source>
+        <translation>пароль WebREPL длиннее 9 байт, которые хранит плата: он не отправлен</translation>
     </message>
 </context>
 <context>

@@ -74,6 +74,10 @@ QList<QTranslator*> loadTranslations(QCoreApplication& app, QSettings* settings,
             delete translator;
     };
 
+    // Sizes and dates (the PC pane's among them) follow the chosen language too.
+    const QLocale chosen(language);
+    if (chosen.language() != QLocale::C && language.contains(QLatin1Char('_')))
+        QLocale::setDefault(chosen);
     tryLoad(QStringLiteral("qt_") + language, QLibraryInfo::location(QLibraryInfo::TranslationsPath));
     const QString folder = QStringLiteral(":/") + dir + QLatin1Char('/');
     const QStringList files = QDir(folder).entryList({translationFilter(language)}, QDir::Files);

@@ -55,8 +55,8 @@ protected:
 
 QString displayName(const QLocale& locale)
 {
-    return QStringLiteral("%1 (%2)").arg(QLocale::languageToString(locale.language()),
-                                         QLocale::countryToString(locale.country()));
+    // Each language in itself, so a user who cannot read the current one finds theirs.
+    return QStringLiteral("%1 (%2)").arg(locale.nativeLanguageName(), locale.nativeCountryName());
 }
 } // namespace
 

@@ -624,7 +624,7 @@ void BoardFiles::displayMcInfo()
     }
     log(tr("Connected to micropython board %1 (mod %2), release %3. Core %4 version %5")
             .arg(h.value(QStringLiteral("nodename"), QStringLiteral("invalid")),
-                 h.value(QStringLiteral("mod"), QStringLiteral("unknown")),
+                 h.value(QStringLiteral("mod"), tr("unknown")),
                  h.value(QStringLiteral("release"), QStringLiteral("na")),
                  h.value(QStringLiteral("machine"), QStringLiteral("na")),
                  h.value(QStringLiteral("version"), QStringLiteral("na"))));

@@ -24,6 +24,15 @@ constexpr int kAckedPiece = 240;
 enum RawPaste { RawPasteNo = 0, RawPasteYes = 1 };
 enum PasteResult { Pasted, PasteFailed, PasteRefused };
 
+// Marks a paste in flight (bytes are only buffered) for as long as it lives.
+struct PastingScope {
+    explicit PastingScope(bool& flag) : m_flag(flag) { m_flag = true; }
+    ~PastingScope() { m_flag = false; }
+    PastingScope(const PastingScope&) = delete;
+    PastingScope& operator=(const PastingScope&) = delete;
+    bool& m_flag;
+};
+
 // At most max bytes of data from offset, never ending inside a UTF-8
 // character: each piece is one WebREPL text message.
 int wholeCharacters(const QByteArray& data, int offset, int max)
@@ -61,11 +70,7 @@ int BoardLink::pasteAcked(const QByteArray& code)
                                                 " return bytes(b).decode()\nexec(compile(_pk(") +
                               QByteArray::number(code.size()) + QByteArrayLiteral("),'<stdin>','exec'))\n") + kCtrlD;
     const int from = m_buffer.size();
-    m_pasting = true;
-    struct Done {
-        bool& flag;
-        ~Done() { flag = false; }
-    } done{m_pasting};
+    const PastingScope pasting(m_pasting);
     if (!m_transport->send(loader))
         return PasteFailed;
     // "OK" once the loader is taken, then one 0x01 for each piece read.
@@ -154,11 +159,7 @@ bool BoardLink::sendWindowed(const QByteArray& data)
 int BoardLink::rawPaste(const QByteArray& code)
 {
     const int from = m_buffer.size();
-    m_pasting = true;
-    struct Done {
-        bool& flag;
-        ~Done() { flag = false; }
-    } done{m_pasting};
+    const PastingScope pasting(m_pasting);
     QByteArray fresh;
     const auto take = [&](int timeoutMs) {
         if (m_buffer.size() <= from + fresh.size() && waitLoop(timeoutMs, true, false) != 0)
