@@ -20,6 +20,7 @@
 #include <QProcess>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScreen>
 #include <QSerialPortInfo>
 #include <QStatusBar>
 #include <QTabWidget>
@@ -64,9 +65,14 @@ private slots:
         QVERIFY2(w.statusBar()->currentMessage().contains(QStringLiteral(" free of ")),
                  qPrintable(w.statusBar()->currentMessage()));
         QString preview;
+        QString missing;
         QTimer::singleShot(200, &w, [&] {
             auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
             QVERIFY(dialog);
+            // Without creating folders, the preview says where the sync would stop.
+            dialog->findChild<QCheckBox*>(QStringLiteral("createDirsCheck"))->setChecked(false);
+            dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->click();
+            missing = dialog->findChild<QPlainTextEdit*>(QStringLiteral("previewView"))->toPlainText();
             dialog->findChild<QCheckBox*>(QStringLiteral("createDirsCheck"))->setChecked(true);
             dialog->findChild<QCheckBox*>(QStringLiteral("deleteCheck"))->setChecked(true);
             dialog->findChild<QPushButton*>(QStringLiteral("previewButton"))->click();
@@ -75,7 +81,12 @@ private slots:
         });
         w.action(QStringLiteral("actionSync"))->trigger();
         QCOMPARE(preview, QStringLiteral("upload app/main.py\ndelete /flash/old.py"));
+        QVERIFY2(missing.endsWith(
+                     QStringLiteral("app/ is missing on the board: the sync stops there (tick Create missing folders)")),
+                 qPrintable(missing));
         auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        // Previews change nothing and never say they synchronised.
+        QCOMPARE(syslog->toPlainText().count(QStringLiteral("Synchronized files from folders")), 1);
         QCOMPARE(syslog->toPlainText().count(QStringLiteral("Skipping app/loop - a link to a folder is not followed")),
                  1);
         QVERIFY(w.mcModel().dirExists(QStringLiteral("app")));
@@ -90,6 +101,11 @@ private slots:
                 return s.board.readFile(QStringLiteral("app/main.py")) == "v2";
             },
             30000));
+        // A board that drops off leaves no stale free space behind.
+        QVERIFY(!w.statusBar()->currentMessage().isEmpty());
+        s.board.unplug();
+        QVERIFY(waitFor([&] { return !w.link().isOpen(); }, 10000));
+        QCOMPARE(w.statusBar()->currentMessage(), QString());
     }
 
     void initTestCase() { isolateSettings(m_dir); }
@@ -120,9 +136,22 @@ private slots:
     {
         QSettings().setValue(QStringLiteral("UI/Dir"), m_dir.path());
         QSettings().setValue(QStringLiteral("MC/ConnRest"), true);
+        writeFile(m_dir.filePath(QStringLiteral("a-file-with-a-date.py")), "x");
         {
             PelkamWindow w;
+            QSignalSpy loaded(w.findChild<QTreeView*>(QStringLiteral("pcFileList"))->model(),
+                              SIGNAL(directoryLoaded(QString)));
+            w.show();
             w.readSettings();
+            // A first start takes a good share of the screen, and the PC pane's
+            // columns (Date Modified too) show what they hold.
+            const QRect screen = QGuiApplication::primaryScreen()->availableGeometry();
+            QVERIFY2(w.width() >= screen.width() * 7 / 10 && w.height() >= screen.height() * 7 / 10,
+                     qPrintable(QStringLiteral("%1x%2").arg(w.width()).arg(w.height())));
+            auto* pc = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
+            QVERIFY(loaded.count() > 0 || loaded.wait(5000));
+            const QString date = pc->model()->index(0, 3, pc->rootIndex()).data().toString();
+            QVERIFY2(!date.isEmpty() && pc->columnWidth(3) > pc->fontMetrics().horizontalAdvance(date), qPrintable(date));
             QVERIFY(w.action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked());
             QVERIFY(!w.action(QStringLiteral("actionMonitor_Only"))->isChecked());
             w.action(QStringLiteral("actionMonitor_Only"))->setChecked(true);
@@ -306,6 +335,8 @@ private slots:
         QVERIFY(w.connectTo(settings));
         QVERIFY(waitFor([&] { return w.action(QStringLiteral("actionRefresh"))->isEnabled(); }, 20000));
         QVERIFY(!line->isEnabled());
+        // Off, it says why in place, and which action makes it usable.
+        QVERIFY2(line->placeholderText().contains(QStringLiteral("press Launch")), qPrintable(line->placeholderText()));
         QVERIFY(w.link().replCommand("open('/flash/new.txt','w').close()", 3000));
         QVERIFY(!w.mcModel().fileExists(QStringLiteral("new.txt")));
         QVERIFY(w.link().replCommand("import os; os.mkdir('/flash/sub')", 3000));

@@ -4,7 +4,9 @@
 #include "plotterview.h"
 
 #include <QAction>
+#include <QLineEdit>
 #include <QTabWidget>
+#include <QTextBrowser>
 #include <QtTest>
 
 #include <qwt_legend_label.h>
@@ -106,6 +108,17 @@ private slots:
         QVERIFY(waitFor([&] { return w.link().isOpen(); }));
         QTest::qWait(500);
         // Numbers Pelkam prints itself ("Opened connection to /dev/pts/3") are not the board's.
+        QCOMPARE(plotter->data().samples(), qint64(0));
+        // Nor is the echo of a line typed at the REPL line, with its prompt or
+        // (the prompt came before Pelkam listened) without.
+        auto* line = w.findChild<QLineEdit*>(QStringLiteral("replEdit"));
+        auto* terminal = w.findChild<QTextBrowser*>(QStringLiteral("runtimeLogBrowser"));
+        for (const QString& typed : {QStringLiteral("x = 1 + 1"), QStringLiteral("y = 2 * 3")}) {
+            QTest::keyClicks(line, typed);
+            QTest::keyClick(line, Qt::Key_Return);
+            QVERIFY(waitFor([&] { return terminal->toPlainText().contains(typed); }));
+        }
+        QTest::qWait(300);
         QCOMPARE(plotter->data().samples(), qint64(0));
         QVERIFY(w.link().write("from plot import run\r\nrun(400, 5)\r\n"));
         QVERIFY(waitFor([&] { return plotter->data().samples() >= 100; }, 20000));

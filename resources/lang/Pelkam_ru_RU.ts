@@ -1246,6 +1246,14 @@ If not, it will be uploaded to
         <source>Type a line for the board and press Enter</source>
         <translation>Введите строку для платы и нажмите Enter</translation>
     </message>
+    <message>
+        <source>Connect to a board to type here</source>
+        <translation>Подключитесь к плате, чтобы вводить здесь</translation>
+    </message>
+    <message>
+        <source>Pelkam drives the board: press Launch (or connect with Monitor Only) to type here</source>
+        <translation>Плата под управлением Pelkam: нажмите «Запустить» (или подключитесь в режиме «Только наблюдение»), чтобы вводить здесь</translation>
+    </message>
 </context>
 <context>
     <name>SyncConfigurationDialog</name>
@@ -1383,6 +1391,10 @@ If not, it will be uploaded to
     <message>
         <source>Nothing deleted: the board did not say which file systems it mounts</source>
         <translation>Ничего не удалено: плата не сообщила, какие файловые системы смонтированы</translation>
+    </message>
+    <message>
+        <source>%1/ is missing on the board: the sync stops there (tick Create missing folders)</source>
+        <translation>%1/ нет на плате: синхронизация остановится там (отметьте «Создавать недостающие папки»)</translation>
     </message>
 </context>
 <context>

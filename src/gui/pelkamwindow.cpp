@@ -82,10 +82,7 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     connect(action(QStringLiteral("actionSyncOnSave")), &QAction::toggled, this,
             [this](bool on) { m_syncFlow->setSyncOnSave(on); });
 
-    m_pcModel = new QFileSystemModel(this);
-    m_pcModel->setReadOnly(true);
-    m_views->pcFileList->setModel(m_pcModel);
-    m_views->pcFileList->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    m_pcModel = m_views->attachPcModel(this);
     m_mcModel.setDecorationProvider([](bool isDir) -> QVariant {
         return materialIcon(isDir ? QStringLiteral("folder") : QStringLiteral("insert_drive_file"));
     });
@@ -100,13 +97,14 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     m_files->setReportSpace(true);
     m_files->setOptions(boardOptionsFromSettings(m_settings));
     connect(m_files.get(), &BoardFiles::spaceReported, this, [this](qint64 freeBytes, qint64 totalBytes) {
-        if (totalBytes <= 0)
-            statusBar()->clearMessage();
-        else
-            statusBar()->showMessage(
-                tr("Board: %1 free of %2")
-                    .arg(locale().formattedDataSize(freeBytes), locale().formattedDataSize(totalBytes)));
+        const QLocale here = locale();
+        statusBar()->showMessage(totalBytes <= 0 ? QString()
+                                                 : tr("Board: %1 free of %2")
+                                                       .arg(here.formattedDataSize(freeBytes),
+                                                            here.formattedDataSize(totalBytes)));
     });
+    // A board that dropped off has no free space to show.
+    connect(&m_link, &BoardLink::connectionLost, statusBar(), &QStatusBar::clearMessage);
     PlotterView* plotter = m_views->plotter;
     plotter->setPrompter(m_prompter.get());
     connect(&m_link, &BoardLink::boardOutput, plotter, &PlotterView::addLine);
@@ -166,7 +164,7 @@ void PelkamWindow::wireLink()
     connect(m_views->replLine, &ReplLine::send, this, [this](const QByteArray& bytes) {
         // Never into one of our own conversations with the board.
         if (m_link.isOpen() && m_link.state() <= MC_RUNNING && !m_files->busy())
-            m_link.write(bytes);
+            m_link.type(bytes);
     });
     connect(&m_link, &BoardLink::connectionOpened, this, [this] {
         updateReplLine();
@@ -220,7 +218,7 @@ void PelkamWindow::onLinkStateChanged(MC_STATE state)
 void PelkamWindow::updateReplLine()
 {
     // While the board runs its own program or is only monitored.
-    m_views->replLine->setEnabled(m_link.isOpen() && m_link.state() <= MC_RUNNING);
+    m_views->replLine->setUsable(m_link.isOpen(), m_link.state() <= MC_RUNNING);
 }
 
 void PelkamWindow::setPrompter(std::unique_ptr<Prompter> prompter)
@@ -285,7 +283,8 @@ void PelkamWindow::setupLocalDir(const QString& path)
 
 void PelkamWindow::readSettings()
 {
-    restoreGeometry(m_settings.value(QStringLiteral("UI/Geometry")).toByteArray());
+    if (!restoreGeometry(m_settings.value(QStringLiteral("UI/Geometry")).toByteArray()))
+        WindowViews::fitToScreen(this);
     restoreState(m_settings.value(QStringLiteral("UI/Win")).toByteArray());
     setupLocalDir(m_settings.value(QStringLiteral("UI/Dir"), QDir::homePath()).toString());
     action(QStringLiteral("actionAutomatic_Reconnect"))

@@ -12,9 +12,20 @@ const QString kHistoryKey = QStringLiteral("UI/ReplHistory");
 ReplLine::ReplLine(QWidget* parent) : QLineEdit(parent)
 {
     setObjectName(QStringLiteral("replEdit"));
-    setPlaceholderText(tr("Type a line for the board and press Enter"));
+    setUsable(false, false);
     m_history = QSettings().value(kHistoryKey).toStringList().mid(0, kHistoryLimit);
     m_position = m_history.size();
+}
+
+void ReplLine::setUsable(bool connected, bool boardFree)
+{
+    setEnabled(connected && boardFree);
+    if (!connected)
+        setPlaceholderText(tr("Connect to a board to type here"));
+    else if (!boardFree)
+        setPlaceholderText(tr("Pelkam drives the board: press Launch (or connect with Monitor Only) to type here"));
+    else
+        setPlaceholderText(tr("Type a line for the board and press Enter"));
 }
 
 void ReplLine::keyPressEvent(QKeyEvent* event)

@@ -13,6 +13,9 @@ public:
     explicit ReplLine(QWidget* parent = nullptr);
 
     static constexpr int kHistoryLimit = 100;
+    // On while the board runs its own program or is only monitored; off, the
+    // line says why and which action makes it usable.
+    void setUsable(bool connected, bool boardFree);
     QStringList history() const { return m_history; }
 
 signals:

@@ -124,7 +124,8 @@ bool SyncConfigurationDialog::deleteExtra() const
     return m_delete->isChecked();
 }
 
-void SyncConfigurationDialog::showPreview(const QStringList& uploads, const QStringList& deletions, bool complete)
+void SyncConfigurationDialog::showPreview(const QStringList& uploads, const QStringList& deletions, bool complete,
+                                          const QString& problem)
 {
     QStringList lines;
     for (const QString& f : uploads)
@@ -133,7 +134,9 @@ void SyncConfigurationDialog::showPreview(const QStringList& uploads, const QStr
         lines << tr("delete %1").arg(f);
     if (lines.isEmpty())
         lines << tr("Nothing to do: the board folder is up to date");
-    if (!complete)
+    if (!problem.isEmpty())
+        lines << problem;
+    else if (!complete)
         lines << tr("The comparison did not finish: see the log");
     m_preview->setPlainText(lines.join(QLatin1Char('\n')));
     m_preview->show();

@@ -24,7 +24,9 @@ public:
     bool deleteExtra() const;
 
     // Shows what a sync would do, under the options.
-    void showPreview(const QStringList& uploads, const QStringList& deletions, bool complete);
+    // problem: what will stop the sync, shown in place of the generic line.
+    void showPreview(const QStringList& uploads, const QStringList& deletions, bool complete,
+                     const QString& problem = QString());
 
 public slots:
     void setSource(const QString& text);

@@ -46,7 +46,7 @@ void SyncFlow::runDialog(QWidget* parent, const QString& root)
         const QStringList files = Synchronizer::collectSyncFiles(root, QString(), dialog.recursive());
         m_run([&] {
             const Synchronizer::Plan plan = m_sync.preview(root, boardDir(), files, options());
-            dialog.showPreview(plan.uploads, plan.deletions, plan.complete);
+            dialog.showPreview(plan.uploads, plan.deletions, plan.complete, plan.problem);
         });
     });
     if (dialog.exec() != QDialog::Accepted)

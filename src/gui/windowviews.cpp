@@ -6,6 +6,9 @@
 
 #include <QAction>
 #include <QDate>
+#include <QFileSystemModel>
+#include <QGuiApplication>
+#include <QScreen>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -27,6 +30,8 @@
 
 namespace {
 const QString kSupportUrl = QStringLiteral("https://tarvel.dev/pelkam");
+// How much of the screen's width and height a first start takes, in percent.
+constexpr int kScreenShare = 75;
 } // namespace
 
 WindowViews::WindowViews(QMainWindow* window) : m_window(window)
@@ -299,4 +304,30 @@ QString WindowViews::aboutText()
                           "<li><a href=\"https://github.com/rxi/microtar\">microtar</a> (MIT License)</li>"
                           "<li><a href=\"https://qwt.sourceforge.io\">Qwt</a> (Qwt License 1.0)</li>"
                           "</ul>");
+}
+
+void WindowViews::fitToScreen(QMainWindow* window)
+{
+    const QScreen* screen = window->screen() ? window->screen() : QGuiApplication::primaryScreen();
+    if (!screen)
+        return;
+    const QRect area = screen->availableGeometry();
+    const QSize size(area.width() * kScreenShare / 100, area.height() * kScreenShare / 100);
+    window->resize(size.expandedTo(window->minimumSizeHint()));
+    window->move(area.center() - window->rect().center());
+}
+
+QFileSystemModel* WindowViews::attachPcModel(QObject* owner)
+{
+    auto* model = new QFileSystemModel(owner);
+    model->setReadOnly(true);
+    pcFileList->setModel(model);
+    pcFileList->header()->setSectionResizeMode(0, QHeaderView::Stretch);
+    QTreeView* view = pcFileList;
+    // Size, kind and date are read in the background: size them once they are there.
+    QObject::connect(model, &QFileSystemModel::directoryLoaded, view, [view] {
+        for (int column = 1; column < view->model()->columnCount(); ++column)
+            view->resizeColumnToContents(column);
+    });
+    return model;
 }

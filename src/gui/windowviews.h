@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QString>
 
+class QFileSystemModel;
+
 class PlotterView;
 class QAction;
 class QGroupBox;
@@ -30,6 +32,11 @@ public:
 
     // The About box's text.
     static QString aboutText();
+    // A first start (no stored geometry): a good share of the screen, centred.
+    static void fitToScreen(QMainWindow* window);
+    // The PC pane's read-only file model, its columns sized to what they show
+    // each time a folder has been read.
+    QFileSystemModel* attachPcModel(QObject* owner);
 
     QGroupBox* fileSystemGroup = nullptr;
     QLineEdit* pcFolderEdit = nullptr;

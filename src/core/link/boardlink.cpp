@@ -13,6 +13,9 @@ using namespace replbytes;
 
 namespace {
 const QByteArray kPrompt = QByteArrayLiteral(">>> ");
+const QByteArray kContinuation = QByteArrayLiteral("... ");
+// Typed lines remembered until their echo comes back.
+constexpr int kTypedKept = 16;
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
@@ -317,8 +320,34 @@ void BoardLink::appendLine(const QByteArray& line)
         emit logLine(text);
     } else {
         emit terminalLine(text);
-        emit boardOutput(text);
+        if (!isEcho(zero >= 0 ? line.left(zero) : line))
+            emit boardOutput(text);
     }
+}
+
+bool BoardLink::type(const QByteArray& data)
+{
+    for (const QByteArray& line : data.split('\r')) {
+        const QByteArray typed = line.trimmed();
+        if (!typed.isEmpty())
+            m_typed << typed;
+    }
+    while (m_typed.size() > kTypedKept)
+        m_typed.removeFirst();
+    return write(data);
+}
+
+bool BoardLink::isEcho(QByteArray line)
+{
+    // The board echoes a typed line after its prompt, or alone when the
+    // prompt came before Pelkam was listening.
+    while (line.startsWith(kPrompt) || line.startsWith(kContinuation))
+        line.remove(0, kPrompt.size());
+    const int at = m_typed.indexOf(line.trimmed());
+    if (at < 0 || line.trimmed().isEmpty())
+        return false;
+    m_typed.removeAt(at);
+    return true;
 }
 
 void BoardLink::processQueue()

@@ -53,6 +53,9 @@ public:
     bool pasteCommands() const { return m_pasteCommands; }
 
     bool write(const QByteArray& data);
+    // write() for what the user types at a running board: its echo is not
+    // the board's own output (boardOutput skips it).
+    bool type(const QByteArray& data);
     // Sends data and waits for the end of the reply (eod) at most timeoutMs.
     // Unchunked sends everything in one write (script pastes). With expect
     // set, the reply must first show it (in the REPL: a line ending with it,
@@ -140,6 +143,8 @@ signals:
 
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
+    // True (and forgotten) when a board line is the echo of a typed one.
+    bool isEcho(QByteArray line);
     int waitLoop(int ms, bool endOnData, bool endOnEod, bool endOnRestart = false);
     void drainQueue();
     // Hands bytes to the transport; where the board has a small input buffer,
@@ -164,6 +169,7 @@ private:
 
     std::unique_ptr<BoardTransport> m_transport;
     int m_transferSize = 0; // as set, before rounding
+    QList<QByteArray> m_typed; // lines typed whose echo has not come back yet
     bool m_pasting = false; // raw-paste in flight: bytes are only buffered
     bool m_pasteCommands = false;
     int m_rawPaste = -1; // the board's raw-paste support: unknown, no, yes

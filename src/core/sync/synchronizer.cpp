@@ -165,8 +165,21 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
         }
     }
 
+    m_problem.clear();
     for (const QString& f : qAsConst(uploads)) {
         if (options.dryRun) {
+            // Say now what the sync itself will stop at: a board folder it may not create.
+            const QString folder = folderOf(destination + f);
+            if (!options.createDirs && !folder.isEmpty() && !created.contains(folder)) {
+                if (!m_files.mc_direxists(folder)) {
+                    const QString shown = folder.size() > destination.size() ? folder.mid(destination.size()) : folder;
+                    m_problem = tr("%1/ is missing on the board: the sync stops there (tick Create missing folders)")
+                                    .arg(shown);
+                    log(m_problem);
+                    return false;
+                }
+                created.insert(folder);
+            }
             emit fileUploaded(f);
             continue;
         }
@@ -191,7 +204,9 @@ bool Synchronizer::synchronize(const QString& source, const QString& destination
             log(m_files.link().isOpen() ? tr("Synchronization aborted - delete pass failure") : abortText());
         return false;
     }
-    log(tr("Synchronized files from folders %1/ and %2").arg(source, destination));
+    // A dry run changed nothing: no success line for it.
+    if (!options.dryRun)
+        log(tr("Synchronized files from folders %1/ and %2").arg(source, destination));
     return true;
 }
 
@@ -205,6 +220,7 @@ Synchronizer::Plan Synchronizer::preview(const QString& source, const QString& d
     const QMetaObject::Connection deletions =
         connect(this, &Synchronizer::fileDeleted, [&plan](const QString& f) { plan.deletions << f; });
     plan.complete = synchronize(source, destination, files, options);
+    plan.problem = plan.complete ? QString() : m_problem;
     disconnect(uploads);
     disconnect(deletions);
     return plan;

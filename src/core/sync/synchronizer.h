@@ -26,6 +26,7 @@ public:
         QStringList uploads;   // relative to the source
         QStringList deletions; // board paths
         bool complete = false;
+        QString problem; // what will stop the sync, when the preview can tell
     };
 
     explicit Synchronizer(BoardFiles& files, QObject* parent = nullptr);
@@ -66,5 +67,6 @@ private:
     bool prune(const QString& source, const QString& destination, const QString& relative, const Options& options,
                bool* emptied);
     BoardFiles& m_files;
+    QString m_problem; // what stopped the last dry run
     QStringList m_mounts; // the board's mount points, for one mirror
 };
