@@ -39,6 +39,7 @@ private slots:
     void init() { QSettings().clear(); }
 
     void replySplitting();
+    void terminalLinesCutAnywhere();
     void chunkedWrites();
     void timeoutsAndAbort();
     void closingEndsWaits();
@@ -49,6 +50,24 @@ private slots:
     void dfuAndExhaustedAttempts();
     void pulledCableDuringWait();
 };
+
+void TestBoardLink::terminalLinesCutAnywhere()
+{
+    // One Terminal line per board line, wherever a read cuts the output
+    // (between CR and LF included).
+    Scripted s;
+    QVERIFY(s.open());
+    const QByteArray output("0\r\n1\r\n\r\n22\r\n");
+    for (int cut = 1; cut < output.size(); ++cut) {
+        s.terminal.clear();
+        s.device.send(output.left(cut));
+        QTest::qWait(30);
+        s.device.send(output.mid(cut));
+        QVERIFY(waitFor([&] { return s.terminal.size() >= 4; }));
+        QTest::qWait(30);
+        QCOMPARE(s.terminal, QStringList({"0", "1", "", "22"}));
+    }
+}
 
 void TestBoardLink::replySplitting()
 {

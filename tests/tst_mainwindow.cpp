@@ -5,6 +5,7 @@
 #include "pelkamwindow.h"
 #include "preferences.h"
 #include "remoteedit.h"
+#include "windowviews.h"
 
 #include <QAction>
 #include <QApplication>
@@ -150,8 +151,14 @@ private slots:
                      qPrintable(QStringLiteral("%1x%2").arg(w.width()).arg(w.height())));
             auto* pc = w.findChild<QTreeView*>(QStringLiteral("pcFileList"));
             QVERIFY(loaded.count() > 0 || loaded.wait(5000));
-            const QString date = pc->model()->index(0, 3, pc->rootIndex()).data().toString();
+            const QModelIndex file = static_cast<QFileSystemModel*>(pc->model())
+                                         ->index(m_dir.filePath(QStringLiteral("a-file-with-a-date.py")), 3);
+            const QString date = WindowViews::pcColumnText(file);
             QVERIFY2(!date.isEmpty() && pc->columnWidth(3) > pc->fontMetrics().horizontalAdvance(date), qPrintable(date));
+            // Sizes and dates in the interface's language, not the system's.
+            QLocale::setDefault(QLocale(QStringLiteral("ru_RU")));
+            QVERIFY(WindowViews::pcColumnText(file.siblingAtColumn(1)).contains(QString::fromUtf8("байт")));
+            QLocale::setDefault(QLocale::c());
             QVERIFY(w.action(QStringLiteral("actionAutomatic_Reconnect"))->isChecked());
             QVERIFY(!w.action(QStringLiteral("actionMonitor_Only"))->isChecked());
             w.action(QStringLiteral("actionMonitor_Only"))->setChecked(true);

@@ -9,6 +9,7 @@
 #include <QFileSystemModel>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QStyledItemDelegate>
 #include <QGridLayout>
 #include <QGroupBox>
 #include <QHBoxLayout>
@@ -32,7 +33,38 @@ namespace {
 const QString kSupportUrl = QStringLiteral("https://tarvel.dev/pelkam");
 // How much of the screen's width and height a first start takes, in percent.
 constexpr int kScreenShare = 75;
+constexpr int kSizeColumn = 1;
+constexpr int kDateColumn = 3;
+
+// QFileSystemModel writes sizes and dates in the system's locale; the
+// interface's language is Pelkam's own choice.
+class LocalisedFileDelegate : public QStyledItemDelegate {
+public:
+    using QStyledItemDelegate::QStyledItemDelegate;
+
+protected:
+    void initStyleOption(QStyleOptionViewItem* option, const QModelIndex& index) const override
+    {
+        QStyledItemDelegate::initStyleOption(option, index);
+        const QString shown = WindowViews::pcColumnText(index);
+        if (!shown.isNull())
+            option->text = shown;
+    }
+};
 } // namespace
+
+QString WindowViews::pcColumnText(const QModelIndex& index)
+{
+    const auto* model = qobject_cast<const QFileSystemModel*>(index.model());
+    if (!model)
+        return QString();
+    const QLocale here;
+    if (index.column() == kSizeColumn && !model->isDir(index))
+        return here.formattedDataSize(model->size(index));
+    if (index.column() == kDateColumn)
+        return here.toString(model->lastModified(index), QLocale::ShortFormat);
+    return QString();
+}
 
 WindowViews::WindowViews(QMainWindow* window) : m_window(window)
 {
@@ -322,6 +354,7 @@ QFileSystemModel* WindowViews::attachPcModel(QObject* owner)
     auto* model = new QFileSystemModel(owner);
     model->setReadOnly(true);
     pcFileList->setModel(model);
+    pcFileList->setItemDelegate(new LocalisedFileDelegate(pcFileList));
     pcFileList->header()->setSectionResizeMode(0, QHeaderView::Stretch);
     QTreeView* view = pcFileList;
     // Size, kind and date are read in the background: size them once they are there.

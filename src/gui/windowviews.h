@@ -4,6 +4,7 @@
 #include <QString>
 
 class QFileSystemModel;
+class QModelIndex;
 
 class PlotterView;
 class QAction;
@@ -37,6 +38,9 @@ public:
     // The PC pane's read-only file model, its columns sized to what they show
     // each time a folder has been read.
     QFileSystemModel* attachPcModel(QObject* owner);
+    // What the PC pane shows for a size or a date, in the interface's
+    // language; a null string for the other columns.
+    static QString pcColumnText(const QModelIndex& index);
 
     QGroupBox* fileSystemGroup = nullptr;
     QLineEdit* pcFolderEdit = nullptr;
