@@ -112,6 +112,45 @@ private slots:
     void initTestCase() { isolateSettings(m_dir); }
     void init() { QSettings().clear(); }
 
+    // A Sync that fails (lib/ missing on the board, default options): by
+    // default the file actions stay off, as they always have, and the status
+    // bar says how to go on; with the Preferences option they stay on and the
+    // board pane stays in its folder.
+    void failedSyncLeavesAWayOn()
+    {
+        BoardSession s(QStringLiteral("esp32"), {}, {{"app/", {}}});
+        QTemporaryDir pc;
+        writeFile(pc.filePath(QStringLiteral("lib/util.py")), "x = 1\n");
+        PelkamWindow w;
+        w.readSettings();
+        w.setupLocalDir(pc.path());
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        settings.type = MC_ESP32;
+        QSignalSpy listed(&w.files(), &BoardFiles::queryInfoFinished);
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return listed.count() > 0 && !w.files().busy(); }, 20000));
+        for (const bool keep : {false, true}) {
+            QSettings().setValue(Preferences::kKeepActionsKey, keep);
+            w.action(QStringLiteral("actionUpload"))->setEnabled(true);
+            w.files().updateMcDir(QStringLiteral("/app/"));
+            QTimer::singleShot(200, &w, [] {
+                auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
+                QVERIFY(dialog);
+                dialog->accept();
+            });
+            w.action(QStringLiteral("actionSync"))->trigger();
+            QVERIFY(waitFor([&] { return !w.files().busy(); }, 20000));
+            auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+            QVERIFY2(syslog->toPlainText().contains(QStringLiteral("ENOENT: no such file or folder")),
+                     qPrintable(syslog->toPlainText()));
+            QCOMPARE(w.action(QStringLiteral("actionUpload"))->isEnabled(), keep);
+            QCOMPARE(w.action(QStringLiteral("actionRefresh"))->isEnabled(), keep);
+            QCOMPARE(w.statusBar()->currentMessage().contains(QStringLiteral("Abort (Ctrl+X)")), !keep);
+            QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/app/"));
+        }
+    }
+
     void fileActionsFollowTheLink()
     {
         PelkamWindow w;

@@ -951,6 +951,10 @@ If not, it will be uploaded to
         <source>No secret store took the password (%1): it is asked again next time</source>
         <translation>Хранилище секретов не приняло пароль (%1): в следующий раз он будет запрошен снова</translation>
     </message>
+    <message>
+        <source>The operation failed, so the file actions stay off: Abort (Ctrl+X) brings the board back to its prompt (Preferences can keep them on)</source>
+        <translation>Операция не удалась, поэтому действия с файлами недоступны: «Прервать» (Ctrl+X) вернёт плату к приглашению (в настройках их можно оставлять доступными)</translation>
+    </message>
 </context>
 <context>
     <name>PlotterView</name>
@@ -1188,6 +1192,14 @@ If not, it will be uploaded to
     <message>
         <source>Paste the board scripts once, skip the idle waits, send compressible files deflated, and write each upload beside its target until it checks out: a first copy of a project is many times faster. Leave it off for firmware whose REPL misbehaves without pauses.</source>
         <translation>Вставлять скрипты платы один раз, пропускать паузы ожидания, отправлять сжимаемые файлы в сжатом виде и записывать каждую загрузку рядом с целевым файлом до его проверки: первое копирование проекта становится во много раз быстрее. Не включайте для прошивок, чей REPL сбоит без пауз.</translation>
+    </message>
+    <message>
+        <source>Keep the file actions on after a failed operation</source>
+        <translation>Оставлять действия с файлами доступными после неудачной операции</translation>
+    </message>
+    <message>
+        <source>Off: after a failed transfer the file actions stay off until Abort brings the board back to its prompt</source>
+        <translation>Выключено: после неудачной передачи действия с файлами недоступны, пока «Прервать» не вернёт плату к приглашению</translation>
     </message>
 </context>
 <context>

@@ -253,15 +253,15 @@ template <typename Workflow> void PelkamWindow::runWorkflow(Workflow workflow)
     if (m_cancelled && m_link.isOpen())
         m_files->updateMcDir(m_mcModel.dirPath());
     --m_workflowDepth;
-    setFileActionsEnabled(m_opsAfterWorkflow && m_link.isOpen());
+    const bool keep = m_settings.value(Preferences::kKeepActionsKey, false).toBool();
+    setFileActionsEnabled((m_opsAfterWorkflow || keep) && m_link.isOpen());
+    if (!m_opsAfterWorkflow && !keep && m_link.isOpen())
+        m_views->hintActionsOff(this);
 }
 
 void PelkamWindow::setFileActionsEnabled(bool on)
 {
-    for (const char* name :
-         {"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit", "actionRemove",
-          "actionSync", "actionUpload_Package", "actionLaunch", "actionRefresh", "actionRename"})
-        action(QString::fromLatin1(name))->setEnabled(on);
+    m_views->setFileActionsEnabled(on);
 }
 
 void PelkamWindow::setupLocalDir(const QString& path)

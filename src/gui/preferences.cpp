@@ -119,6 +119,11 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     m_fastTransfers = named(new QCheckBox(tr("Fast transfers"), transfer), "global_FastTransfersCheck");
     m_fastTransfers->setToolTip(fastTransfersTip());
     transferForm->addRow(m_fastTransfers);
+    m_keepActions = named(new QCheckBox(tr("Keep the file actions on after a failed operation"), transfer),
+                          "global_KeepActionsCheck");
+    m_keepActions->setToolTip(tr("Off: after a failed transfer the file actions stay off until Abort brings the "
+                                 "board back to its prompt"));
+    transferForm->addRow(m_keepActions);
     m_darkWarning = named(new QLabel(tr("<html><head/><body><p><span style=\" font-weight:600; color:#ef2929;\">* "
                                         "Changing the color theme requires a restart</span></p></body></html>"),
                                      transfer),
@@ -201,6 +206,7 @@ void Preferences::readSettings()
     m_dirStructure->setCurrentIndex(subDirs >= 0 && subDirs < m_dirStructure->count() ? subDirs : kAlwaysAsk);
     m_suggestExecute->setChecked(settings.value(QStringLiteral("MC/SuggestExecute"), false).toBool());
     m_fastTransfers->setChecked(settings.value(QStringLiteral("MC/FastTransfers"), false).toBool());
+    m_keepActions->setChecked(settings.value(kKeepActionsKey, false).toBool());
     m_stmFolder->setText(settings.value(QStringLiteral("MC/STMDir"), QStringLiteral("/flash")).toString());
     m_espFolder->setText(settings.value(QStringLiteral("MC/ESPDir"), QStringLiteral("/")).toString());
 
@@ -230,6 +236,7 @@ void Preferences::writeSettings()
     settings.setValue(QStringLiteral("MC/ESPDir"), m_espFolder->text());
     settings.setValue(QStringLiteral("MC/SuggestExecute"), m_suggestExecute->isChecked());
     settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
+    settings.setValue(kKeepActionsKey, m_keepActions->isChecked());
     settings.setValue(QStringLiteral("Code/Parenth"), m_autoParentheses->isChecked());
     settings.setValue(QStringLiteral("Code/Indent"), m_autoIndent->isChecked());
     settings.setValue(QStringLiteral("Code/Tabs"), m_tabs->currentIndex() == 0);

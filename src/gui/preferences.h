@@ -16,6 +16,8 @@ class QSpinBox;
 class Preferences : public QDialog {
     Q_OBJECT
 public:
+    // Off by default: a failed transfer leaves the file actions off, as it always has.
+    static inline const QString kKeepActionsKey = QStringLiteral("MC/KeepActionsAfterFailure");
     explicit Preferences(QWidget* parent = nullptr);
     ~Preferences() override;
 
@@ -43,6 +45,7 @@ private:
     QComboBox* m_dirStructure;
     QCheckBox* m_suggestExecute;
     QCheckBox* m_fastTransfers;
+    QCheckBox* m_keepActions;
     QLabel* m_darkWarning;
     QComboBox* m_tabs;
     QSpinBox* m_tabSize;

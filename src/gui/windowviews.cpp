@@ -364,3 +364,19 @@ QFileSystemModel* WindowViews::attachPcModel(QObject* owner)
     });
     return model;
 }
+
+void WindowViews::setFileActionsEnabled(bool on)
+{
+    for (const char* name :
+         {"actionUpload", "actionDownload", "actionNew_File", "actionNew_Directory", "actionEdit", "actionRemove",
+          "actionSync", "actionUpload_Package", "actionLaunch", "actionRefresh", "actionRename"})
+        if (auto* action = m_window->findChild<QAction*>(QString::fromLatin1(name)))
+            action->setEnabled(on);
+}
+
+void WindowViews::hintActionsOff(QMainWindow* window)
+{
+    window->statusBar()->showMessage(
+        tr("The operation failed, so the file actions stay off: Abort (Ctrl+X) brings the board back to its prompt "
+           "(Preferences can keep them on)"));
+}

@@ -41,6 +41,10 @@ public:
     // What the PC pane shows for a size or a date, in the interface's
     // language; a null string for the other columns.
     static QString pcColumnText(const QModelIndex& index);
+    // The nine file actions, with Refresh and Rename.
+    void setFileActionsEnabled(bool on);
+    // After a failure that left the file actions off: how to go on.
+    void hintActionsOff(QMainWindow* window);
 
     QGroupBox* fileSystemGroup = nullptr;
     QLineEdit* pcFolderEdit = nullptr;
