@@ -174,6 +174,14 @@ private slots:
         QCOMPARE(plotter->shownPoints(QStringLiteral("temp")), 0);
         QVERIFY(w.link().write("run(3, 0)\r\n"));
         QVERIFY(waitFor([&] { return plotter->data().samples() == 6; }, 10000));
+        // What a script run with "Run on the MC" prints is plotted too; its traceback is not.
+        QVERIFY(w.files().execute_script(writeFile(m_dir.filePath(QStringLiteral("volts.py")),
+                                                   "for i in range(3):\n print('volt: %d.5' % i)\nraise ValueError(7)\n")));
+        QVERIFY(waitFor([&] { return plotter->data().samples() == 9; }, 10000));
+        QTest::qWait(200);
+        QCOMPARE(plotter->data().samples(), qint64(9));
+        QCOMPARE(plotter->data().series().last().name, QStringLiteral("volt"));
+        QCOMPARE(tabs->currentWidget(), plotter);
         // Whoever watches the plot keeps watching it when the board starts a program.
         w.link().setState(MC_RUNNING);
         QCOMPARE(tabs->currentWidget(), plotter);

@@ -108,6 +108,7 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     PlotterView* plotter = m_views->plotter;
     plotter->setPrompter(m_prompter.get());
     connect(&m_link, &BoardLink::boardOutput, plotter, &PlotterView::addLine);
+    connect(m_files.get(), &BoardFiles::scriptLine, plotter, &PlotterView::addLine);
     connect(plotter, &PlotterView::logLine, this, &PelkamWindow::logAppend);
     connect(action(QStringLiteral("actionPlotter")), &QAction::triggered, this,
             [this, plotter] { m_views->logTabs->setCurrentWidget(plotter); });
@@ -202,12 +203,14 @@ void PelkamWindow::wireLink()
 
 void PelkamWindow::onLinkStateChanged(MC_STATE state)
 {
+    // Someone watching the plot keeps watching it (a Run's output is plotted too).
+    const bool plotting = m_views->logTabs->currentWidget() == m_views->plotter;
     if (state > MC_RUNNING) {
         m_views->fileSystemGroup->setEnabled(true);
-        m_views->logTabs->setCurrentIndex(1);
+        if (!plotting)
+            m_views->logTabs->setCurrentIndex(1);
     } else {
-        // Someone watching the plot keeps watching it.
-        if (m_views->logTabs->currentWidget() != m_views->plotter)
+        if (!plotting)
             m_views->logTabs->setCurrentIndex(0);
         m_views->fileSystemGroup->setEnabled(false);
     }
@@ -327,12 +330,8 @@ void PelkamWindow::checkUpdate()
 
 void PelkamWindow::rememberPassword(const QString& address, const QString& password, bool remember)
 {
-    if (!remember) {
-        SecretStore::remove(address);
-        return;
-    }
-    QString problem;
-    if (!SecretStore::write(address, password, &problem))
+    const QString problem = SecretStore::remember(address, password, remember);
+    if (!problem.isEmpty())
         logAppend(tr("No secret store took the password (%1): it is asked again next time").arg(problem));
 }
 

@@ -42,3 +42,13 @@ void SecretStore::remove(const QString& address)
     QKeychain::DeletePasswordJob job(kService);
     runJob(job, address);
 }
+
+QString SecretStore::remember(const QString& address, const QString& password, bool remember)
+{
+    QString problem;
+    if (!remember)
+        remove(address);
+    else
+        write(address, password, &problem);
+    return problem;
+}

@@ -228,6 +228,7 @@ bool BoardFiles::execute_script(const QString& path)
 void BoardFiles::logScriptLines()
 {
     bool prompt = false;
+    bool ended = false; // after the run's first 0x04 comes its error text
     while (m_link.isOpen() && !prompt) {
         m_link.qDelay(kExecuteStepMs);
         QByteArray last;
@@ -236,6 +237,18 @@ void BoardFiles::logScriptLines()
             if (line.startsWith("OK"))
                 line.remove(0, 2);
             log(QStringLiteral("&gt;&gt;") + QString::fromLatin1(line));
+            for (QByteArray piece : line.split('\n')) {
+                if (ended)
+                    break;
+                const int end = piece.indexOf(kCtrlD);
+                if (end >= 0) {
+                    piece.truncate(end);
+                    ended = true;
+                }
+                piece = piece.trimmed();
+                if (!piece.isEmpty())
+                    emit scriptLine(QString::fromUtf8(piece));
+            }
             last = line;
         }
         prompt = last.endsWith('>') || m_link.pendingBuffer().endsWith('>');

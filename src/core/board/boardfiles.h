@@ -138,6 +138,8 @@ signals:
     void fileProgress(qint64 done, qint64 total);
     void queryInfoFinished();
     void scriptOutput(const QByteArray& bytes, bool error);
+    // One line a run printed (its error text apart), as the window's Run logs it.
+    void scriptLine(const QString& text);
     // Bytes free and in all on the listed folder's file system; both -1 when
     // the board cannot tell (no os.statvfs).
     void spaceReported(qint64 freeBytes, qint64 totalBytes);
