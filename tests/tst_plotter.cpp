@@ -10,6 +10,8 @@
 #include <QtTest>
 
 #include <qwt_legend_label.h>
+#include <qwt_plot.h>
+#include <qwt_scale_div.h>
 
 class TestPlotter : public QObject {
     Q_OBJECT
@@ -171,6 +173,10 @@ private slots:
 
         w.findChild<QAction*>(QStringLiteral("actionPlotClear"))->trigger();
         QCOMPARE(plotter->data().samples(), qint64(0));
+        // The axes start afresh too, not at the old run's range.
+        auto* plot = plotter->findChild<QwtPlot*>();
+        QVERIFY(plot && plot->axisScaleDiv(QwtPlot::xBottom).upperBound() <= 1.0);
+        QVERIFY(plot->axisScaleDiv(QwtPlot::yLeft).upperBound() <= 1.0);
         QCOMPARE(plotter->shownPoints(QStringLiteral("temp")), 0);
         QVERIFY(w.link().write("run(3, 0)\r\n"));
         QVERIFY(waitFor([&] { return plotter->data().samples() == 6; }, 10000));

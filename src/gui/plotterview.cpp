@@ -184,6 +184,13 @@ void PlotterView::clear()
         delete curve;
     m_curves.clear();
     m_dirty = false;
+    // With nothing to scale to, Qwt keeps the last range: start afresh.
+    m_plot->setAxisScale(QwtPlot::xBottom, 0, 1);
+    m_plot->setAxisAutoScale(QwtPlot::xBottom, true);
+    if (m_autoY->isChecked()) {
+        m_plot->setAxisScale(QwtPlot::yLeft, 0, 1);
+        m_plot->setAxisAutoScale(QwtPlot::yLeft, true);
+    }
     m_plot->replot();
 }
 
