@@ -76,6 +76,11 @@ private slots:
         QVERIFY(d.series().isEmpty());
         QVERIFY(d.addLine(QStringLiteral("'a\"b,c': 1"), 5));
         QCOMPARE(d.toCsv(), QByteArray("sample,seconds,\"a\"\"b,c\"\n0,0.000,1\n"));
+        // A pause far longer than the usual period starts a new run; jitter does not.
+        d.clear();
+        for (double t : {0.0, 0.1, 0.2, 0.35, 0.4, 0.5, 3.0, 3.1, 3.2})
+            d.addLine(QStringLiteral("v: 1"), t);
+        QCOMPARE(PlotData::gapStarts(d.series().at(0)), QVector<int>{6});
     }
 
     // A monitored board printing two labelled series and a CSV series into
@@ -180,12 +185,18 @@ private slots:
         QCOMPARE(plotter->shownPoints(QStringLiteral("temp")), 0);
         QVERIFY(w.link().write("run(3, 0)\r\n"));
         QVERIFY(waitFor([&] { return plotter->data().samples() == 6; }, 10000));
+        // A second run after a pause is a line of its own, not joined to the first.
+        QTest::qWait(1000);
+        QVERIFY(w.link().write("run(3, 0)\r\n"));
+        QVERIFY(waitFor([&] { return plotter->data().samples() == 12; }, 10000));
+        plotter->refresh();
+        QCOMPARE(plotter->shownRuns(QStringLiteral("temp")), 2);
         // What a script run with "Run on the MC" prints is plotted too; its traceback is not.
         QVERIFY(w.files().execute_script(writeFile(m_dir.filePath(QStringLiteral("volts.py")),
                                                    "for i in range(3):\n print('volt: %d.5' % i)\nraise ValueError(7)\n")));
-        QVERIFY(waitFor([&] { return plotter->data().samples() == 9; }, 10000));
+        QVERIFY(waitFor([&] { return plotter->data().samples() == 15; }, 10000));
         QTest::qWait(200);
-        QCOMPARE(plotter->data().samples(), qint64(9));
+        QCOMPARE(plotter->data().samples(), qint64(15));
         QCOMPARE(plotter->data().series().last().name, QStringLiteral("volt"));
         QCOMPARE(tabs->currentWidget(), plotter);
         // Whoever watches the plot keeps watching it when the board starts a program.

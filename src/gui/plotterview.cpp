@@ -30,6 +30,29 @@ constexpr int kMinPoints = 10;
 constexpr int kMaxPoints = 1000000;
 const QString kPointsKey = QStringLiteral("UI/PlotPoints");
 
+// A curve drawn as separate lines, one per run, where its series paused.
+class GappedCurve : public QwtPlotCurve {
+public:
+    using QwtPlotCurve::QwtPlotCurve;
+    QVector<int> starts; // indices of points that begin a new run
+
+protected:
+    void drawSeries(QPainter* painter, const QwtScaleMap& xMap, const QwtScaleMap& yMap, const QRectF& canvas,
+                    int from, int to) const override
+    {
+        if (to < 0)
+            to = static_cast<int>(dataSize()) - 1;
+        int begin = from;
+        for (int start : starts) {
+            if (start <= begin || start > to)
+                continue;
+            QwtPlotCurve::drawSeries(painter, xMap, yMap, canvas, begin, start - 1);
+            begin = start;
+        }
+        QwtPlotCurve::drawSeries(painter, xMap, yMap, canvas, begin, to);
+    }
+};
+
 QColor seriesColor(int index)
 {
     // Sixteen hues far enough apart to tell the series apart on light and dark canvases.
@@ -198,7 +221,7 @@ QwtPlotCurve* PlotterView::curveFor(int index)
 {
     while (m_curves.size() <= index) {
         const QString name = m_data.series().at(m_curves.size()).name;
-        auto* curve = new QwtPlotCurve(name);
+        auto* curve = new GappedCurve(name);
         curve->setPen(seriesColor(m_curves.size()), 1.5);
         curve->setRenderHint(QwtPlotItem::RenderAntialiased, false);
         curve->attach(m_plot);
@@ -221,9 +244,20 @@ void PlotterView::refresh()
             const PlotData::Point& point = s.at(p);
             points[p] = QPointF(m_axis == Seconds ? point.seconds : static_cast<double>(point.sample), point.value);
         }
-        curveFor(i)->setSamples(points);
+        auto* curve = static_cast<GappedCurve*>(curveFor(i));
+        // Runs apart in time are lines apart; counted in lines they follow on.
+        curve->starts = m_axis == Seconds ? PlotData::gapStarts(s) : QVector<int>();
+        curve->setSamples(points);
     }
     m_plot->replot();
+}
+
+int PlotterView::shownRuns(const QString& series) const
+{
+    for (const QwtPlotCurve* curve : m_curves)
+        if (curve->title().text() == series)
+            return static_cast<const GappedCurve*>(curve)->starts.size() + 1;
+    return 0;
 }
 
 int PlotterView::shownPoints(const QString& series) const

@@ -32,6 +32,8 @@ public:
     const PlotData& data() const { return m_data; }
     // What the graph shows now (it stands still while paused).
     int shownPoints(const QString& series) const;
+    // How many separate lines the series is drawn as (runs apart in time).
+    int shownRuns(const QString& series) const;
     bool isPaused() const;
     void setPaused(bool on);
     void setXAxis(XAxis axis);

@@ -1,5 +1,7 @@
 #include "plotdata.h"
 
+#include <algorithm>
+
 #include <QMap>
 
 #include <cmath>
@@ -205,4 +207,21 @@ QByteArray PlotData::toCsv() const
         csv += '\n';
     }
     return csv;
+}
+
+QVector<int> PlotData::gapStarts(const Series& series)
+{
+    QVector<int> starts;
+    if (series.count() < 3)
+        return starts;
+    QVector<double> steps(series.count() - 1);
+    for (int i = 1; i < series.count(); ++i)
+        steps[i - 1] = series.at(i).seconds - series.at(i - 1).seconds;
+    QVector<double> sorted = steps;
+    std::nth_element(sorted.begin(), sorted.begin() + sorted.size() / 2, sorted.end());
+    const double limit = qMax(kMinGapSeconds, kGapPeriods * sorted.at(sorted.size() / 2));
+    for (int i = 0; i < steps.size(); ++i)
+        if (steps.at(i) > limit)
+            starts << i + 1;
+    return starts;
 }

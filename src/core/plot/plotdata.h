@@ -48,6 +48,12 @@ public:
     int droppedSeries() const { return m_droppedSeries; }
     // All kept points: one row per line, "sample,seconds" then one column per series.
     QByteArray toCsv() const;
+    // Where a series starts again after a pause (two runs of a program): the
+    // indices of points that follow a gap of more than kGapPeriods of its usual
+    // period and more than kMinGapSeconds. A line is not drawn across them.
+    static QVector<int> gapStarts(const Series& series);
+    static constexpr int kGapPeriods = 5;
+    static constexpr double kMinGapSeconds = 0.5;
 
 private:
     void trim(Series& s) const;
