@@ -174,7 +174,11 @@ private slots:
         answers->fileName = m_dir.filePath(QStringLiteral("view.png"));
         w.findChild<QAction*>(QStringLiteral("actionPlotExportPng"))->trigger();
         QImage image(answers->fileName);
-        QVERIFY(!image.isNull() && image.width() > 50);
+        QVERIFY(!image.isNull() && image.width() >= 800 && image.height() >= 400);
+        // Every label whole: nothing is drawn in the margin round the picture.
+        const QRgb margin = image.pixel(0, 0);
+        for (int x = 0; x < image.width(); ++x)
+            QVERIFY2(image.pixel(x, 2) == margin && image.pixel(x, image.height() - 3) == margin, qPrintable(QString::number(x)));
 
         w.findChild<QAction*>(QStringLiteral("actionPlotClear"))->trigger();
         QCOMPARE(plotter->data().samples(), qint64(0));

@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QLabel>
+#include <QPainter>
 #include <QSaveFile>
 #include <QSettings>
 #include <QSpinBox>
@@ -22,6 +23,7 @@
 #include <qwt_plot.h>
 #include <qwt_plot_curve.h>
 #include <qwt_plot_grid.h>
+#include <qwt_plot_renderer.h>
 
 namespace {
 // The graph is redrawn at most this often; lines in between only add points.
@@ -29,6 +31,10 @@ constexpr int kRedrawMs = 100;
 constexpr int kMinPoints = 10;
 constexpr int kMaxPoints = 1000000;
 const QString kPointsKey = QStringLiteral("UI/PlotPoints");
+// The exported picture: its margin and least size, in pixels.
+constexpr int kPngMargin = 12;
+constexpr int kPngMinWidth = 800;
+constexpr int kPngMinHeight = 400;
 
 // A curve drawn as separate lines, one per run, where its series paused.
 class GappedCurve : public QwtPlotCurve {
@@ -350,7 +356,15 @@ bool PlotterView::exportCsv(const QString& path)
 
 bool PlotterView::exportPng(const QString& path)
 {
-    if (!m_plot->grab().save(path, "PNG")) {
+    // A grab of the widget cuts the top tick label at its edge: render the
+    // plot with a margin all round instead, at least at a readable size.
+    const QSize size = m_plot->size().expandedTo(QSize(kPngMinWidth, kPngMinHeight));
+    QImage image(size + QSize(2 * kPngMargin, 2 * kPngMargin), QImage::Format_ARGB32);
+    image.fill(palette().color(QPalette::Window));
+    QPainter painter(&image);
+    QwtPlotRenderer().render(m_plot, &painter, QRectF(QPointF(kPngMargin, kPngMargin), QSizeF(size)));
+    painter.end();
+    if (!image.save(path, "PNG")) {
         emit logLine(tr("Cannot save to %1: %2").arg(path, tr("the image could not be written")));
         return false;
     }
