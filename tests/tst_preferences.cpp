@@ -44,6 +44,15 @@ private slots:
     {
         Preferences p;
         p.readSettings();
+        // The three groups' fields start in one column.
+        p.show();
+        QSet<int> columns;
+        for (const char* field : {"global_langCombo", "global_MCClickCombo", "global_TransferSizeSpin"}) {
+            QWidget* w = child<QWidget>(p, field);
+            columns << w->mapTo(&p, QPoint(0, 0)).x();
+        }
+        QCOMPARE(columns.size(), 1);
+        p.hide();
         QCOMPARE(state(p), QStringList({"System", "Edit File", "Always ask", "Spaces", "Default", "4", "/flash", "/",
                                         "editor_AutoParentCheck"}));
 

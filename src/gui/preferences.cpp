@@ -53,6 +53,21 @@ protected:
     void fixup(QString& input) const override { input = textFromValue(valueFromText(input)); }
 };
 
+// The groups' fields start in one column: every label as wide as the widest.
+void alignLabels(const QList<QFormLayout*>& forms)
+{
+    QList<QWidget*> labels;
+    int widest = 0;
+    for (QFormLayout* form : forms)
+        for (int row = 0; row < form->rowCount(); ++row)
+            if (QLayoutItem* item = form->itemAt(row, QFormLayout::LabelRole); item && item->widget()) {
+                labels << item->widget();
+                widest = qMax(widest, item->widget()->sizeHint().width());
+            }
+    for (QWidget* label : qAsConst(labels))
+        label->setMinimumWidth(widest);
+}
+
 QString displayName(const QLocale& locale)
 {
     // Each language in itself, so a user who cannot read the current one finds theirs.
@@ -131,6 +146,7 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     transferForm->addRow(m_darkWarning);
     globalLayout->addWidget(transfer);
     globalLayout->addStretch();
+    alignLabels({interfaceForm, filesForm, transferForm});
     tabs->addTab(global, tr("Environment"));
 
     auto* editor = named(new QWidget(), "editorTab");
