@@ -18,6 +18,7 @@ private:
         Scripted()
         {
             QObject::connect(&link, &BoardLink::logLine, [this](const QString& s) { log << s; });
+            QObject::connect(&link, &BoardLink::ownCommandLine, [this](const QString& s) { log << s; });
             QObject::connect(&link, &BoardLink::terminalLine, [this](const QString& s) { terminal << s; });
             BoardLink::PortSettings settings;
             settings.name = device.path();

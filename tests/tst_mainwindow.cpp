@@ -383,6 +383,21 @@ private slots:
         QVERIFY(!line->isEnabled());
         // Off, it says why in place, and which action makes it usable.
         QVERIFY2(line->placeholderText().contains(QStringLiteral("press Launch")), qPrintable(line->placeholderText()));
+        // View > "Show the program's own commands": on by default; off, the Syslog
+        // drops the echo of what Pelkam sends and keeps the board's answers.
+        auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QAction* own = w.action(QStringLiteral("actionShowOwnCommands"));
+        QVERIFY(own->isChecked());
+        QVERIFY(w.link().replCommand("x_shown = 1", 3000));
+        w.link().processQueue();
+        QVERIFY(syslog->toPlainText().contains(QStringLiteral("x_shown = 1")));
+        own->setChecked(false);
+        QVERIFY(w.link().replCommand("print(5 * 7, 'x_hidden')", 3000));
+        w.link().processQueue();
+        QVERIFY2(syslog->toPlainText().contains(QStringLiteral("35 x_hidden")) &&
+                     !syslog->toPlainText().contains(QStringLiteral("print(5 * 7")),
+                 qPrintable(syslog->toPlainText()));
+        own->setChecked(true);
         QVERIFY(w.link().replCommand("open('/flash/new.txt','w').close()", 3000));
         QVERIFY(!w.mcModel().fileExists(QStringLiteral("new.txt")));
         QVERIFY(w.link().replCommand("import os; os.mkdir('/flash/sub')", 3000));

@@ -955,6 +955,14 @@ If not, it will be uploaded to
         <source>The operation failed, so the file actions stay off: Abort (Ctrl+X) brings the board back to its prompt (Preferences can keep them on)</source>
         <translation>Операция не удалась, поэтому действия с файлами недоступны: «Прервать» (Ctrl+X) вернёт плату к приглашению (в настройках их можно оставлять доступными)</translation>
     </message>
+    <message>
+        <source>Show the program&apos;s own commands</source>
+        <translation>Показывать команды самой программы</translation>
+    </message>
+    <message>
+        <source>Show in the Syslog what Pelkam itself sends the board and the board&apos;s echo of it</source>
+        <translation>Показывать в журнале то, что Pelkam сам отправляет плате, и эхо платы</translation>
+    </message>
 </context>
 <context>
     <name>PlotterView</name>

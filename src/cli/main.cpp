@@ -746,6 +746,7 @@ int main(int argc, char* argv[])
     const bool terminal = isatty(STDERR_FILENO) != 0 && !sink.quiet;
     Context context{link, files, parser, args, out, err, terminal, sink};
     context.logTo(&link, &BoardLink::logLine);
+    context.logTo(&link, &BoardLink::ownCommandLine);
     context.logTo(&files, &BoardFiles::logLine);
     context.logTo(&link, &BoardLink::terminalLine);
     showFileProgress(context);

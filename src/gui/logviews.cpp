@@ -5,6 +5,7 @@
 #include "prompter.h"
 #include "scrollback.h"
 
+#include <QAction>
 #include <QDateTime>
 #include <QFile>
 #include <QFileInfo>
@@ -26,6 +27,13 @@ void PelkamWindow::terminalAppend(const QString& text)
     QString line = timeStamp(m_accentColor) + text;
     m_terminal->append(processTerminalData(line));
     trimScrollback(m_terminal, m_scrollback);
+}
+
+void PelkamWindow::ownCommandAppend(const QString& text)
+{
+    // View > "Show the program's own commands" (on by default) lets them through.
+    if (action(QStringLiteral("actionShowOwnCommands"))->isChecked())
+        logAppend(text);
 }
 
 void PelkamWindow::logAppend(const QString& text)

@@ -160,6 +160,7 @@ void PelkamWindow::wireLink()
 {
     connect(&m_link, &BoardLink::stateChanged, this, &PelkamWindow::onLinkStateChanged);
     connect(&m_link, &BoardLink::logLine, this, &PelkamWindow::logAppend);
+    connect(&m_link, &BoardLink::ownCommandLine, this, &PelkamWindow::ownCommandAppend);
     connect(&m_link, &BoardLink::terminalLine, this, &PelkamWindow::terminalAppend);
     connect(&m_link, &BoardLink::fileOpsEnableRequested, this, &PelkamWindow::fileOpsEnable);
     connect(m_views->replLine, &ReplLine::send, this, [this](const QByteArray& bytes) {

@@ -50,6 +50,8 @@ public:
 
     void terminalAppend(const QString& text);
     void logAppend(const QString& text);
+    // The echo of what Pelkam sent: to the Syslog while the View option is on.
+    void ownCommandAppend(const QString& text);
     static QString& processTerminalData(QString& text);
     void saveLog(QTextBrowser* view, const QString& prefix);
 

@@ -9,6 +9,7 @@
 #include <QFileSystemModel>
 #include <QGuiApplication>
 #include <QScreen>
+#include <QSettings>
 #include <QStyledItemDelegate>
 #include <QGridLayout>
 #include <QGroupBox>
@@ -34,6 +35,7 @@ const QString kSupportUrl = QStringLiteral("https://tarvel.dev/pelkam");
 // How much of the screen's width and height a first start takes, in percent.
 constexpr int kScreenShare = 75;
 constexpr int kSizeColumn = 1;
+const QString kShowOwnKey = QStringLiteral("UI/ShowOwnCommands");
 constexpr int kDateColumn = 3;
 
 // QFileSystemModel writes sizes and dates in the system's locale; the
@@ -140,6 +142,12 @@ void WindowViews::createActions()
                QStringLiteral("sync"));
     makeAction("actionPlotter", tr("Plotter"), tr("Show the numbers the board prints as a graph"), {},
                QStringLiteral("show_chart"));
+    QAction* own = makeAction("actionShowOwnCommands", tr("Show the program's own commands"),
+                              tr("Show in the Syslog what Pelkam itself sends the board and the board's echo of it"),
+                              {}, {}, true);
+    // On by default, so the Syslog shows all it always has.
+    own->setChecked(QSettings().value(kShowOwnKey, true).toBool());
+    QObject::connect(own, &QAction::toggled, [](bool on) { QSettings().setValue(kShowOwnKey, on); });
     makeAction("actionRename", tr("Rename"), tr("Rename a board file or folder"), QStringLiteral("F2"),
                QStringLiteral("drive_file_rename_outline"));
     makeAction("actionSyncOnSave", tr("Sync on Save"),
@@ -180,6 +188,7 @@ void WindowViews::createMenusAndToolbars()
     QMenu* view = bar->addMenu(tr("View"));
     view->setObjectName(QStringLiteral("menuView"));
     view->addAction(a("actionPlotter"));
+    view->addAction(a("actionShowOwnCommands"));
     QMenu* help = bar->addMenu(tr("Help"));
     help->setObjectName(QStringLiteral("menuHelp"));
     help->addAction(a("actionCheck_for_updates"));

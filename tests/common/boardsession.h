@@ -24,6 +24,7 @@ struct BoardSession {
     {
         files.setModel(&model);
         QObject::connect(&link, &BoardLink::logLine, [this](const QString& s) { log << s; });
+        QObject::connect(&link, &BoardLink::ownCommandLine, [this](const QString& s) { log << s; });
         QObject::connect(&files, &BoardFiles::logLine, [this](const QString& s) { log << s; });
         QObject::connect(&link, &BoardLink::terminalLine, [this](const QString& s) { terminal << s; });
         QObject::connect(&link, &BoardLink::queryInfoRequested, &files, &BoardFiles::queryInfo);

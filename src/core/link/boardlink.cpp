@@ -16,6 +16,10 @@ const QByteArray kPrompt = QByteArrayLiteral(">>> ");
 const QByteArray kContinuation = QByteArrayLiteral("... ");
 // Typed lines remembered until their echo comes back.
 constexpr int kTypedKept = 16;
+// Lines of our own commands and pastes remembered to know their echo.
+constexpr int kSentKept = 256;
+const QByteArray kPasteEcho = QByteArrayLiteral("=== ");
+const QByteArray kRawBannerLine = QByteArrayLiteral("raw REPL; CTRL-B to exit");
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
@@ -317,12 +321,45 @@ void BoardLink::appendLine(const QByteArray& line)
     const int zero = line.indexOf('\0');
     const QString text = QString::fromUtf8(zero >= 0 ? line.left(zero) : line);
     if (m_state > MC_RUNNING) {
-        emit logLine(text);
+        if (isOwnEcho(zero >= 0 ? line.left(zero) : line))
+            emit ownCommandLine(text);
+        else
+            emit logLine(text);
     } else {
         emit terminalLine(text);
         if (!isEcho(zero >= 0 ? line.left(zero) : line))
             emit boardOutput(text);
     }
+}
+
+void BoardLink::noteSent(const QByteArray& data)
+{
+    if (m_state != MC_REPL)
+        return;
+    for (const QByteArray& line : data.split('\n')) {
+        QByteArray text = line;
+        text.replace(kCtrlE, QByteArray()).replace(kCtrlD, QByteArray()).replace(kCtrlC, QByteArray());
+        text = text.trimmed();
+        if (!text.isEmpty())
+            m_sent << text;
+    }
+    while (m_sent.size() > kSentKept)
+        m_sent.removeFirst();
+}
+
+bool BoardLink::isOwnEcho(QByteArray line) const
+{
+    // The friendly REPL's answers to our paste and raw-mode requests, and the
+    // echo of our commands after a prompt (">>> ", "=== " while pasting).
+    line = line.trimmed();
+    if (line.startsWith(kPasteBanner) || line == kRawBannerLine)
+        return true;
+    if (line.isEmpty() || line == kPrompt.trimmed())
+        return false;
+    for (const QByteArray& prefix : {kPrompt, kContinuation, kPasteEcho})
+        if (line.startsWith(prefix.trimmed()))
+            line = line.mid(prefix.trimmed().size()).trimmed();
+    return !line.isEmpty() && m_sent.contains(line);
 }
 
 bool BoardLink::type(const QByteArray& data)

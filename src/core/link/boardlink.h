@@ -131,6 +131,9 @@ signals:
     void terminalLine(const QString& html);
     // A line the board printed (not one of ours), as text.
     void boardOutput(const QString& text);
+    // A Syslog line that only echoes what Pelkam itself sent (its commands,
+    // pasted scripts, the REPL's banners for them); logLine gets the rest.
+    void ownCommandLine(const QString& text);
     void fileOpsEnableRequested(bool on);
     void connectionOpened(const QString& portName);
     void connectionLost();
@@ -143,6 +146,9 @@ signals:
 
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
+    // Remembers the lines of what Pelkam sends in the friendly REPL.
+    void noteSent(const QByteArray& data);
+    bool isOwnEcho(QByteArray line) const;
     // True (and forgotten) when a board line is the echo of a typed one.
     bool isEcho(QByteArray line);
     int waitLoop(int ms, bool endOnData, bool endOnEod, bool endOnRestart = false);
@@ -169,6 +175,7 @@ private:
 
     std::unique_ptr<BoardTransport> m_transport;
     int m_transferSize = 0; // as set, before rounding
+    QList<QByteArray> m_sent; // lines Pelkam sent lately in the friendly REPL
     QList<QByteArray> m_typed; // lines typed whose echo has not come back yet
     bool m_pasting = false; // raw-paste in flight: bytes are only buffered
     bool m_pasteCommands = false;

@@ -111,6 +111,7 @@ int BoardLink::pasteAcked(const QByteArray& code)
 
 bool BoardLink::write(const QByteArray& data)
 {
+    noteSent(data);
     if (data.contains(kCtrlB))
         m_bannerClock.start();
     if (const int pasted = pasteLong(data); pasted != PasteRefused)
@@ -132,6 +133,7 @@ bool BoardLink::write(const QByteArray& data)
 
 bool BoardLink::send(const QByteArray& data)
 {
+    noteSent(data);
     if (const int pasted = pasteLong(data); pasted != PasteRefused)
         return pasted == Pasted;
     if (m_transport->inputWindow() > 0)
