@@ -112,6 +112,31 @@ private slots:
     void initTestCase() { isolateSettings(m_dir); }
     void init() { QSettings().clear(); }
 
+    // "Keep waiting for the board" (Preferences, off by default): after the ten
+    // reconnect attempts the window goes on looking for the same port, says
+    // so in the status bar, and connects when the board is back.
+    void keepWaitingForTheBoard()
+    {
+        QSettings().setValue(Preferences::kKeepWaitingKey, 1);
+        BoardSession s(QStringLiteral("stm32"), {"--reset-delay", "9000"});
+        PelkamWindow w;
+        w.readSettings();
+        w.action(QStringLiteral("actionAutomatic_Reconnect"))->setChecked(true);
+        BoardLink::PortSettings settings;
+        settings.name = s.board.path();
+        QSignalSpy listed(&w.files(), &BoardFiles::queryInfoFinished);
+        QVERIFY(w.connectTo(settings));
+        QVERIFY(waitFor([&] { return listed.count() > 0 && !w.files().busy(); }, 20000));
+        s.board.unplug();
+        const auto waiting = [&] { return w.statusBar()->currentMessage().startsWith(QStringLiteral("Waiting for")); };
+        QVERIFY(waitFor(waiting, 15000));
+        auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+        QVERIFY(syslog->toPlainText().contains(QStringLiteral("Reconnection attempts exhausted")));
+        QVERIFY(!w.link().isOpen());
+        QVERIFY2(waitFor([&] { return w.link().isOpen(); }, 20000), qPrintable(syslog->toPlainText()));
+        QVERIFY(waitFor([&] { return !waiting(); }, 5000));
+    }
+
     // A Sync that fails (lib/ missing on the board, default options): by
     // default the file actions stay off, as they always have, and the status
     // bar says how to go on; with the Preferences option they stay on and the

@@ -378,6 +378,17 @@
     </message>
 </context>
 <context>
+    <name>BoardWaiter</name>
+    <message>
+        <source>Stopped waiting for %1</source>
+        <translation>Ожидание %1 прекращено</translation>
+    </message>
+    <message>
+        <source>Waiting for %1 (up to %2 min)</source>
+        <translation>Ожидание %1 (до %2 мин)</translation>
+    </message>
+</context>
+<context>
     <name>CodeEditor</name>
     <message>
         <source>Discard the changes?</source>
@@ -963,6 +974,10 @@ If not, it will be uploaded to
         <source>Show in the Syslog what Pelkam itself sends the board and the board&apos;s echo of it</source>
         <translation>Показывать в журнале то, что Pelkam сам отправляет плате, и эхо платы</translation>
     </message>
+    <message>
+        <source>Waiting for %1</source>
+        <translation>Ожидание %1</translation>
+    </message>
 </context>
 <context>
     <name>PlotterView</name>
@@ -1208,6 +1223,22 @@ If not, it will be uploaded to
     <message>
         <source>Off: after a failed transfer the file actions stay off until Abort brings the board back to its prompt</source>
         <translation>Выключено: после неудачной передачи действия с файлами недоступны, пока «Прервать» не вернёт плату к приглашению</translation>
+    </message>
+    <message>
+        <source>Off</source>
+        <translation>Выключено</translation>
+    </message>
+    <message>
+        <source> min</source>
+        <translation> мин</translation>
+    </message>
+    <message>
+        <source>After the ten reconnect attempts, go on looking for the same board (USB serial number, port or ws:// address) this long, and connect when it is back</source>
+        <translation>После десяти попыток переподключения продолжать искать ту же плату (серийный номер USB, порт или адрес ws://) столько времени и подключиться, когда она появится</translation>
+    </message>
+    <message>
+        <source>Keep waiting for the board:</source>
+        <translation>Продолжать ждать плату:</translation>
     </message>
 </context>
 <context>

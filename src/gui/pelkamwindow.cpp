@@ -95,7 +95,7 @@ PelkamWindow::PelkamWindow(QWidget* parent)
     connect(m_files.get(), &BoardFiles::progressStarted, m_views->cancelButton, &QWidget::show);
     connect(m_files.get(), &BoardFiles::progressFinished, m_views->cancelButton, &QWidget::hide);
     m_files->setReportSpace(true);
-    m_files->setOptions(boardOptionsFromSettings(m_settings));
+    applySettings();
     connect(m_files.get(), &BoardFiles::spaceReported, this, [this](qint64 freeBytes, qint64 totalBytes) {
         const QLocale here = locale();
         statusBar()->showMessage(totalBytes <= 0 ? QString()
@@ -103,8 +103,8 @@ PelkamWindow::PelkamWindow(QWidget* parent)
                                                        .arg(here.formattedDataSize(freeBytes),
                                                             here.formattedDataSize(totalBytes)));
     });
-    // A board that dropped off has no free space to show.
     connect(&m_link, &BoardLink::connectionLost, statusBar(), &QStatusBar::clearMessage);
+    connect(&m_waiter, &BoardWaiter::waitingFor, this, [this](const QString& port) { m_views->showWaiting(port); });
     PlotterView* plotter = m_views->plotter;
     plotter->setPrompter(m_prompter.get());
     connect(&m_link, &BoardLink::boardOutput, plotter, &PlotterView::addLine);
@@ -456,6 +456,7 @@ void PelkamWindow::on_actionPreferences_triggered()
 void PelkamWindow::applySettings()
 {
     m_files->setOptions(boardOptionsFromSettings(m_settings));
+    m_waiter.setMinutes(m_settings.value(Preferences::kKeepWaitingKey, 0).toInt());
     // 0 keeps everything; otherwise the oldest lines go as new ones come.
     m_scrollback = qMax(0, m_settings.value(QStringLiteral("UI/TerminalLines"), 0).toInt());
     trimScrollback(m_terminal, m_scrollback);

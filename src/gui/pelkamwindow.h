@@ -2,6 +2,7 @@
 
 #include "board/mcdirmodel.h"
 #include "link/boardlink.h"
+#include "link/boardwaiter.h"
 #include "link/mctypes.h"
 
 #include <QMainWindow>
@@ -140,6 +141,7 @@ private:
     QFileSystemModel* m_pcModel = nullptr;
     MCDirModel m_mcModel;
     BoardLink m_link;
+    BoardWaiter m_waiter{m_link};
     std::unique_ptr<BoardFiles> m_files;
     std::unique_ptr<PackageInstaller> m_packages;
     std::unique_ptr<Synchronizer> m_sync;

@@ -139,6 +139,13 @@ Preferences::Preferences(QWidget* parent) : QDialog(parent)
     m_keepActions->setToolTip(tr("Off: after a failed transfer the file actions stay off until Abort brings the "
                                  "board back to its prompt"));
     transferForm->addRow(m_keepActions);
+    m_keepWaiting = named(new QSpinBox(transfer), "global_KeepWaitingSpin");
+    m_keepWaiting->setRange(0, kMaxWaitingMinutes);
+    m_keepWaiting->setSpecialValueText(tr("Off"));
+    m_keepWaiting->setSuffix(tr(" min"));
+    m_keepWaiting->setToolTip(tr("After the ten reconnect attempts, go on looking for the same board (USB serial "
+                                 "number, port or ws:// address) this long, and connect when it is back"));
+    transferForm->addRow(tr("Keep waiting for the board:"), m_keepWaiting);
     m_darkWarning = named(new QLabel(tr("<html><head/><body><p><span style=\" font-weight:600; color:#ef2929;\">* "
                                         "Changing the color theme requires a restart</span></p></body></html>"),
                                      transfer),
@@ -223,6 +230,7 @@ void Preferences::readSettings()
     m_suggestExecute->setChecked(settings.value(QStringLiteral("MC/SuggestExecute"), false).toBool());
     m_fastTransfers->setChecked(settings.value(QStringLiteral("MC/FastTransfers"), false).toBool());
     m_keepActions->setChecked(settings.value(kKeepActionsKey, false).toBool());
+    m_keepWaiting->setValue(settings.value(kKeepWaitingKey, 0).toInt());
     m_stmFolder->setText(settings.value(QStringLiteral("MC/STMDir"), QStringLiteral("/flash")).toString());
     m_espFolder->setText(settings.value(QStringLiteral("MC/ESPDir"), QStringLiteral("/")).toString());
 
@@ -253,6 +261,7 @@ void Preferences::writeSettings()
     settings.setValue(QStringLiteral("MC/SuggestExecute"), m_suggestExecute->isChecked());
     settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
     settings.setValue(kKeepActionsKey, m_keepActions->isChecked());
+    settings.setValue(kKeepWaitingKey, m_keepWaiting->value());
     settings.setValue(QStringLiteral("Code/Parenth"), m_autoParentheses->isChecked());
     settings.setValue(QStringLiteral("Code/Indent"), m_autoIndent->isChecked());
     settings.setValue(QStringLiteral("Code/Tabs"), m_tabs->currentIndex() == 0);

@@ -18,6 +18,10 @@ class Preferences : public QDialog {
 public:
     // Off by default: a failed transfer leaves the file actions off, as it always has.
     static inline const QString kKeepActionsKey = QStringLiteral("MC/KeepActionsAfterFailure");
+    // Minutes to go on looking for a board once the reconnect attempts are
+    // exhausted; 0 (the default) keeps the cycle as it always was.
+    static inline const QString kKeepWaitingKey = QStringLiteral("MC/KeepWaitingMinutes");
+    static constexpr int kMaxWaitingMinutes = 60;
     explicit Preferences(QWidget* parent = nullptr);
     ~Preferences() override;
 
@@ -46,6 +50,7 @@ private:
     QCheckBox* m_suggestExecute;
     QCheckBox* m_fastTransfers;
     QCheckBox* m_keepActions;
+    QSpinBox* m_keepWaiting;
     QLabel* m_darkWarning;
     QComboBox* m_tabs;
     QSpinBox* m_tabSize;

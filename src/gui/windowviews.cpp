@@ -389,3 +389,8 @@ void WindowViews::hintActionsOff(QMainWindow* window)
         tr("The operation failed, so the file actions stay off: Abort (Ctrl+X) brings the board back to its prompt "
            "(Preferences can keep them on)"));
 }
+
+void WindowViews::showWaiting(const QString& port)
+{
+    m_window->statusBar()->showMessage(port.isEmpty() ? QString() : tr("Waiting for %1").arg(port));
+}

@@ -45,6 +45,8 @@ public:
     void setFileActionsEnabled(bool on);
     // After a failure that left the file actions off: how to go on.
     void hintActionsOff(QMainWindow* window);
+    // "Waiting for PORT" in the status bar while BoardWaiter looks; cleared after.
+    void showWaiting(const QString& port);
 
     QGroupBox* fileSystemGroup = nullptr;
     QLineEdit* pcFolderEdit = nullptr;

@@ -687,7 +687,16 @@ void BoardLink::io_error(QSerialPort::SerialPortError error)
     io_disconnected();
 }
 
-void BoardLink::tryReconnect()
+bool BoardLink::reconnectNow()
+{
+    const QString found = findSameBoard();
+    if (found.isEmpty())
+        return false;
+    m_transport->setName(found);
+    return doConnect();
+}
+
+QString BoardLink::findSameBoard() const
 {
     QString found;
     // A network board has no port to look for: try its address.
@@ -706,7 +715,12 @@ void BoardLink::tryReconnect()
     if (found.isEmpty() && m_settings.serialNumber.isEmpty() && m_lastPortName.startsWith(QLatin1Char('/')) &&
         QFileInfo::exists(m_lastPortName))
         found = m_lastPortName;
+    return found;
+}
 
+void BoardLink::tryReconnect()
+{
+    const QString found = findSameBoard();
     emit logLine(tr("Reconnect attempt %1 of 10").arg(m_attempts + 1));
     if (!found.isEmpty()) {
         emit logLine(tr("Reconnecting to %1").arg(found));
@@ -726,6 +740,7 @@ void BoardLink::tryReconnect()
     if (m_attempts++ >= kMaxReconnectAttempts - 1) {
         emit logLine(tr("Reconnection attempts exhausted"));
         m_attempts = 0;
+        emit reconnectExhausted();
         return;
     }
     m_reconnectTimer.start();

@@ -114,6 +114,9 @@ public:
     bool resetMcOption() const { return m_resetMcOption; }
     QString lastPortName() const { return m_lastPortName; }
     int reconnectAttempts() const { return m_attempts; }
+    // One look for the same board (USB serial number, else port or path, or
+    // the same ws:// address) and a connect when it is there.
+    bool reconnectNow();
     QTimer& infoTimer() { return m_infoTimer; }
 
     static constexpr int kMaxReconnectAttempts = 10;
@@ -134,6 +137,8 @@ signals:
     // A Syslog line that only echoes what Pelkam itself sent (its commands,
     // pasted scripts, the REPL's banners for them); logLine gets the rest.
     void ownCommandLine(const QString& text);
+    // The reconnect cycle gave up (BoardWaiter may go on looking).
+    void reconnectExhausted();
     void fileOpsEnableRequested(bool on);
     void connectionOpened(const QString& portName);
     void connectionLost();
@@ -146,6 +151,7 @@ signals:
 
 private:
     enum WaitResult { Timeout = 1, Closed = 2 };
+    QString findSameBoard() const;
     // Remembers the lines of what Pelkam sends in the friendly REPL.
     void noteSent(const QByteArray& data);
     bool isOwnEcho(QByteArray line) const;
