@@ -137,27 +137,49 @@ private slots:
         QVERIFY(waitFor([&] { return !waiting(); }, 5000));
     }
 
-    // A Sync that fails (lib/ missing on the board, default options): by
-    // default the file actions stay off, as they always have, and the status
-    // bar says how to go on; with the Preferences option they stay on and the
-    // board pane stays in its folder.
-    void failedSyncLeavesAWayOn()
+    // Each kind of failure during a Sync (default options), through the real
+    // window: by default the file actions stay off, as they always have, and
+    // the status bar says how to go on; with the Preferences option they stay
+    // on and the board pane stays in its folder. A board that is gone leaves
+    // them off either way.
+    void failuresLeaveAWayOn_data()
     {
-        BoardSession s(QStringLiteral("esp32"), {}, {{"app/", {}}});
+        QTest::addColumn<QStringList>("boardArgs");
+        QTest::addColumn<QString>("file");
+        QTest::addColumn<int>("size");
+        QTest::addColumn<QString>("words");
+        QTest::addColumn<bool>("boardStays");
+        QTest::newRow("missing folder") << QStringList() << "lib/util.py" << 6 << "ENOENT: no such file or folder"
+                                        << true;
+        QTest::newRow("full flash") << QStringList{"--flash-size", "20480"} << "big.bin" << 30000
+                                    << "Not enough room on the board" << true;
+        QTest::newRow("time-out") << QStringList{"--arm-on", "_upload(", "--mute-after", "40"} << "main.py" << 30000
+                                  << "Transmission error. Aborted" << true;
+        QTest::newRow("board gone") << QStringList{"--arm-on", "_upload(", "--drop-rx", "3000"} << "main.py" << 30000
+                                    << "Connection closed" << false;
+    }
+
+    void failuresLeaveAWayOn()
+    {
+        QFETCH(QStringList, boardArgs);
+        QFETCH(QString, file);
+        QFETCH(int, size);
+        QFETCH(QString, words);
+        QFETCH(bool, boardStays);
         QTemporaryDir pc;
-        writeFile(pc.filePath(QStringLiteral("lib/util.py")), "x = 1\n");
-        PelkamWindow w;
-        w.readSettings();
-        w.setupLocalDir(pc.path());
-        BoardLink::PortSettings settings;
-        settings.name = s.board.path();
-        settings.type = MC_ESP32;
-        QSignalSpy listed(&w.files(), &BoardFiles::queryInfoFinished);
-        QVERIFY(w.connectTo(settings));
-        QVERIFY(waitFor([&] { return listed.count() > 0 && !w.files().busy(); }, 20000));
+        writeFile(pc.filePath(file), QByteArray(size, 'x'));
         for (const bool keep : {false, true}) {
             QSettings().setValue(Preferences::kKeepActionsKey, keep);
-            w.action(QStringLiteral("actionUpload"))->setEnabled(true);
+            BoardSession s(QStringLiteral("esp32"), boardArgs, {{"app/", {}}});
+            PelkamWindow w;
+            w.readSettings();
+            w.setupLocalDir(pc.path());
+            BoardLink::PortSettings settings;
+            settings.name = s.board.path();
+            settings.type = MC_ESP32;
+            QSignalSpy listed(&w.files(), &BoardFiles::queryInfoFinished);
+            QVERIFY(w.connectTo(settings));
+            QVERIFY(waitFor([&] { return listed.count() > 0 && !w.files().busy(); }, 20000));
             w.files().updateMcDir(QStringLiteral("/app/"));
             QTimer::singleShot(200, &w, [] {
                 auto* dialog = qobject_cast<QDialog*>(QApplication::activeModalWidget());
@@ -165,14 +187,15 @@ private slots:
                 dialog->accept();
             });
             w.action(QStringLiteral("actionSync"))->trigger();
-            QVERIFY(waitFor([&] { return !w.files().busy(); }, 20000));
+            QVERIFY(waitFor([&] { return !w.files().busy(); }, 30000));
             auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
-            QVERIFY2(syslog->toPlainText().contains(QStringLiteral("ENOENT: no such file or folder")),
-                     qPrintable(syslog->toPlainText()));
-            QCOMPARE(w.action(QStringLiteral("actionUpload"))->isEnabled(), keep);
-            QCOMPARE(w.action(QStringLiteral("actionRefresh"))->isEnabled(), keep);
-            QCOMPARE(w.statusBar()->currentMessage().contains(QStringLiteral("Abort (Ctrl+X)")), !keep);
-            QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/app/"));
+            QVERIFY2(syslog->toPlainText().contains(words), qPrintable(syslog->toPlainText()));
+            QCOMPARE(w.link().isOpen(), boardStays);
+            for (const char* name : {"actionUpload", "actionSync", "actionRefresh", "actionRename", "actionLaunch"})
+                QVERIFY2(w.action(QString::fromLatin1(name))->isEnabled() == (keep && boardStays), name);
+            QCOMPARE(w.statusBar()->currentMessage().contains(QStringLiteral("Abort (Ctrl+X)")), !keep && boardStays);
+            if (boardStays)
+                QCOMPARE(w.mcModel().dirPath(), QStringLiteral("/app/"));
         }
     }
 
