@@ -5,6 +5,7 @@
 #include "link/webreplrelay.h"
 #include "pelkamwindow.h"
 #include "remoteedit.h"
+#include "secretstore.h"
 
 #include <QAction>
 #include <QApplication>
@@ -45,6 +46,7 @@ private slots:
     void characterCutInTwo();
     void frameMarker();
     void popup();
+    void keyringOnlyAfterAcceptance();
     void windowWorkflows_data() { transfers_data(); }
     void windowWorkflows();
     void boardFileProtocol();
@@ -323,6 +325,41 @@ void TestWebRepl::frameMarker()
     QByteArray passed = marker.mark(junk);
     passed += marker.mark(QByteArrayLiteral("\x81\x01"));
     QCOMPARE(passed, junk + QByteArrayLiteral("\x81\x01"));
+}
+
+void TestWebRepl::keyringOnlyAfterAcceptance()
+{
+    // The window asks the secret store to keep a password only once the
+    // board took it (here no store runs, so an attempt shows as its line).
+    BoardSession s(QStringLiteral("esp32"), served());
+    PelkamWindow w;
+    w.readSettings();
+    auto* syslog = w.findChild<QTextBrowser*>(QStringLiteral("logBrowser"));
+    const auto connectWith = [&](const QString& password) {
+        QTimer::singleShot(200, &w, [&, password] {
+            ConnectionPopup* popup = nullptr;
+            for (QWidget* top : QApplication::topLevelWidgets())
+                if (auto* p = qobject_cast<ConnectionPopup*>(top); p && p->isVisible())
+                    popup = p;
+            QVERIFY(popup);
+            popup->findChild<QComboBox*>(QStringLiteral("portsCombo"))->setEditText(s.board.path());
+            popup->findChild<QLineEdit*>(QStringLiteral("passwordEdit"))->setText(password);
+            popup->findChild<QCheckBox*>(QStringLiteral("rememberPasswordCheck"))->setChecked(true);
+            popup->findChild<QToolButton*>(QStringLiteral("applyButton"))->click();
+        });
+        w.on_actionConnect_triggered();
+    };
+    connectWith(QStringLiteral("wrong-pw"));
+    QVERIFY(!w.link().isOpen());
+    QVERIFY2(!syslog->toPlainText().contains(QStringLiteral("secret store")), qPrintable(syslog->toPlainText()));
+    connectWith(QString::fromLatin1(kPassword));
+    QVERIFY(w.link().isOpen());
+    // Kept, or (no store runs here) the attempt said so.
+    QVERIFY2(syslog->toPlainText().contains(QStringLiteral("No secret store took the password")) ||
+                 SecretStore::read(s.board.path()) == QString::fromLatin1(kPassword),
+             qPrintable(syslog->toPlainText()));
+    SecretStore::remove(s.board.path());
+    w.link().connectionClosed();
 }
 
 void TestWebRepl::popup()
