@@ -20,6 +20,21 @@ constexpr int kTypedKept = 16;
 constexpr int kSentKept = 256;
 const QByteArray kPasteEcho = QByteArrayLiteral("=== ");
 const QByteArray kRawBannerLine = QByteArrayLiteral("raw REPL; CTRL-B to exit");
+
+// A board line without the prompts before it (">>> ", "... ", "=== "), trimmed.
+QByteArray withoutPrompts(QByteArray line)
+{
+    for (bool cut = true; cut;) {
+        line = line.trimmed();
+        cut = false;
+        for (const QByteArray& prompt : {kPrompt, kContinuation, kPasteEcho})
+            if (line.startsWith(prompt.trimmed())) {
+                line.remove(0, prompt.trimmed().size());
+                cut = true;
+            }
+    }
+    return line;
+}
 const QByteArray kLineEnd = QByteArrayLiteral("\r\n");
 // What MicroPython prints when Ctrl-D in the friendly REPL restarts it.
 const QByteArray kSoftReboot = QByteArrayLiteral("soft reboot");
@@ -319,15 +334,16 @@ void BoardLink::appendLine(const QByteArray& line)
 {
     // A zero byte ends the text shown.
     const int zero = line.indexOf('\0');
-    const QString text = QString::fromUtf8(zero >= 0 ? line.left(zero) : line);
+    const QByteArray shown = zero >= 0 ? line.left(zero) : line;
+    const QString text = QString::fromUtf8(shown);
     if (m_state > MC_RUNNING) {
-        if (isOwnEcho(zero >= 0 ? line.left(zero) : line))
+        if (isOwnEcho(shown))
             emit ownCommandLine(text);
         else
             emit logLine(text);
     } else {
         emit terminalLine(text);
-        if (!isEcho(zero >= 0 ? line.left(zero) : line))
+        if (!isEcho(shown))
             emit boardOutput(text);
     }
 }
@@ -354,11 +370,7 @@ bool BoardLink::isOwnEcho(QByteArray line) const
     line = line.trimmed();
     if (line.startsWith(kPasteBanner) || line == kRawBannerLine)
         return true;
-    if (line.isEmpty() || line == kPrompt.trimmed())
-        return false;
-    for (const QByteArray& prefix : {kPrompt, kContinuation, kPasteEcho})
-        if (line.startsWith(prefix.trimmed()))
-            line = line.mid(prefix.trimmed().size()).trimmed();
+    line = withoutPrompts(line);
     return !line.isEmpty() && m_sent.contains(line);
 }
 
@@ -378,10 +390,9 @@ bool BoardLink::isEcho(QByteArray line)
 {
     // The board echoes a typed line after its prompt, or alone when the
     // prompt came before Pelkam was listening.
-    while (line.startsWith(kPrompt) || line.startsWith(kContinuation))
-        line.remove(0, kPrompt.size());
-    const int at = m_typed.indexOf(line.trimmed());
-    if (at < 0 || line.trimmed().isEmpty())
+    line = withoutPrompts(line);
+    const int at = m_typed.indexOf(line);
+    if (at < 0 || line.isEmpty())
         return false;
     m_typed.removeAt(at);
     return true;
