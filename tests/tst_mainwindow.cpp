@@ -49,7 +49,10 @@ private slots:
     // board's space in the status bar.
     void syncPreviewSaveAndSpace()
     {
-        BoardSession s(QStringLiteral("stm32"), {}, {{"old.py", "x"}, {"keep.cfg", "k"}});
+        const QByteArray filler(60000, 'f');
+        BoardSession s(QStringLiteral("stm32"), {"--flash-size", "131072"},
+                       {{"old.py", "x"}, {"keep.cfg", "k"}, {"filler.cfg", filler}});
+        QSettings().setValue(Preferences::kKeepActionsKey, true);
         QTemporaryDir pc;
         writeFile(pc.filePath(QStringLiteral("app/main.py")), "v1");
         writeFile(pc.filePath(QStringLiteral(".pelkamignore")), "*.cfg\n");
@@ -100,6 +103,31 @@ private slots:
             [&] {
                 s.board.dump();
                 return s.board.readFile(QStringLiteral("app/main.py")) == "v2";
+            },
+            30000));
+        // Sync on Save tries a failed upload again: here once the board has room.
+        const QByteArray big(70000, 'b');
+        writeFile(pc.filePath(QStringLiteral("app/big.bin")), big);
+        QVERIFY2(waitFor([&] { return syslog->toPlainText().contains(QStringLiteral("Not synced yet: app/big.bin")); },
+                         30000),
+                 qPrintable(syslog->toPlainText().right(2000)));
+        QVERIFY(waitFor([&] { return !w.files().busy(); }, 10000));
+        QVERIFY(w.files().remove(QStringLiteral("/flash/filler.cfg"), false));
+        QVERIFY(waitFor(
+            [&] {
+                s.board.dump();
+                return s.board.readFile(QStringLiteral("app/big.bin")) == big;
+            },
+            30000));
+        // A folder that vanishes is waited for; what comes back is synced.
+        QVERIFY(QDir(pc.path()).removeRecursively());
+        QVERIFY(waitFor([&] { return syslog->toPlainText().contains(QStringLiteral("Waiting for ") + pc.path()); },
+                        10000));
+        writeFile(pc.filePath(QStringLiteral("app/main.py")), "v3");
+        QVERIFY(waitFor(
+            [&] {
+                s.board.dump();
+                return s.board.readFile(QStringLiteral("app/main.py")) == "v3";
             },
             30000));
         // A board that drops off leaves no stale free space behind.

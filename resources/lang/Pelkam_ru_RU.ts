@@ -1449,6 +1449,25 @@ If not, it will be uploaded to
     </message>
 </context>
 <context>
+    <name>WatchSession</name>
+    <message>
+        <source>Waiting for %1 (%2)</source>
+        <translation>Ожидание %1 (%2)</translation>
+    </message>
+    <message>
+        <source>Trying again: %1</source>
+        <translation>Новая попытка: %1</translation>
+    </message>
+    <message>
+        <source>Not synced yet: %1</source>
+        <translation>Ещё не синхронизировано: %1</translation>
+    </message>
+    <message>
+        <source>%1 is back</source>
+        <translation>%1 снова на месте</translation>
+    </message>
+</context>
+<context>
     <name>WebReplTransport</name>
     <message>
         <source>%1 is not a WebREPL address (ws://HOST[:PORT])</source>

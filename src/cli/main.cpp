@@ -4,8 +4,8 @@
 #include "link/boardlink.h"
 #include "link/webrepltransport.h"
 #include "packages/packageinstaller.h"
-#include "sync/folderwatcher.h"
 #include "sync/synchronizer.h"
+#include "sync/watchsession.h"
 #include "workflows/boardbackup.h"
 
 #include "everyport.h"
@@ -14,7 +14,6 @@
 #include <QCommandLineParser>
 #include <QCoreApplication>
 #include <QDir>
-#include <QElapsedTimer>
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonObject>
@@ -26,7 +25,6 @@
 #include <cstdio>
 #include <cstring>
 #include <functional>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -35,8 +33,6 @@ constexpr int kExitFailed = 1;
 constexpr int kExitUsage = 2;
 // The shell's convention for a command ended by a signal.
 constexpr int kExitSignalBase = 128;
-// How long a watch waits before it tries a failed upload again.
-constexpr int kWatchRetryMs = 2000;
 // After a stop signal: the running operation is cancelled at once, the board
 // interrupted a moment later, and the port closed before the 2 s a user waits.
 constexpr int kStopInterruptMs = 300;
@@ -400,17 +396,12 @@ void printSyncResults(Context& c, Synchronizer& sync, bool dryRun)
     });
 }
 
-// All or nothing: a name the board cannot take stops the sync before the first upload.
 bool namesRefused(Context& c, const QStringList& files, const QString& destination)
 {
-    bool refused = false;
-    for (const QString& f : files) {
-        const QString refusal = BoardFiles::forbiddenIn(destination + f);
-        if (!refusal.isEmpty())
-            c.err << refusal << '\n';
-        refused = refused || !refusal.isEmpty();
-    }
-    return refused;
+    const QStringList refusals = Synchronizer::refusedNames(files, destination);
+    for (const QString& refusal : refusals)
+        c.err << refusal << '\n';
+    return !refusals.isEmpty();
 }
 
 int cmdSync(Context& c)
@@ -438,136 +429,51 @@ bool reconnect(Context& c)
     return true;
 }
 
-// The identity of a folder: a folder replaced under the same name is another one.
-QPair<quint64, quint64> folderIdentity(const QString& path)
-{
-    struct stat info {};
-    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
-        return {0, 0};
-    return {static_cast<quint64>(info.st_dev), static_cast<quint64>(info.st_ino)};
-}
-
 int cmdWatch(Context& c)
 {
     const QString source = QDir(c.args.value(0)).absolutePath();
     const QString destination = boardDirectory(c.args.value(1));
-    Synchronizer::Options options = syncOptions(c, source);
-    options.recursive = true;
+    WatchSession::Policy policy;
+    policy.options = syncOptions(c, source);
+    policy.options.recursive = true;
     Synchronizer sync(c.files);
     printSyncResults(c, sync, false);
-    QStringList unsynced; // files whose upload failed, tried again
-    // Everything, deletions included, from a fresh scan of both sides.
-    const auto syncAll = [&] {
-        options.ignore = IgnoreRules::forFolder(source);
-        const QStringList files = syncFiles(c, source, options);
-        if (namesRefused(c, files, destination))
+    WatchSession session(c.files, sync, source, [destination] { return destination; }, policy);
+    QObject::connect(&session, &WatchSession::note, [&c](const QString& text) {
+        c.err << plain(text) << '\n' << Qt::flush;
+    });
+    bool reconnecting = false;
+    session.setRunner([&reconnecting](const std::function<void()>& work) {
+        if (reconnecting || stopRequested())
             return false;
-        const bool ok = sync.synchronize(source, destination, files, options);
-        unsynced = ok ? QStringList() : files;
-        return ok;
-    };
-    const auto syncSome = [&](const QStringList& saved) {
-        options.ignore = IgnoreRules::forFolder(source);
-        QStringList files = options.ignore.filtered(saved);
-        for (const QString& f : qAsConst(unsynced))
-            if (!files.contains(f))
-                files << f;
-        Synchronizer::Options once = options;
-        once.deleteExtra = false;
-        if (namesRefused(c, files, destination))
-            return;
-        unsynced = sync.synchronize(source, destination, files, once) ? QStringList() : files;
-    };
-    QScopedPointer<FolderWatcher> watcher;
-    QStringList saved;
-    bool removed = false;
-    QPair<quint64, quint64> identity;
-    const auto watch = [&] {
-        watcher.reset(new FolderWatcher(source));
-        identity = folderIdentity(source);
-        QObject::connect(watcher.data(), &FolderWatcher::changed, [&](const QStringList& s, const QStringList& r) {
-            for (const QString& f : s)
-                if (!saved.contains(f))
-                    saved << f;
-            removed = removed || !r.isEmpty();
-        });
-        saved.clear();
-        removed = false;
-    };
-    // A folder that is missing, unreadable or empty (a branch switch, an
-    // archive unpacked over it) is waited for, never mirrored.
-    bool paused = false;
-    const auto sourceReady = [&] {
-        const QString problem = Synchronizer::sourceProblem(source);
-        if (problem.isEmpty())
-            return true;
-        if (!paused)
-            c.err << "Waiting for " << source << " (" << problem << ")\n" << Qt::flush;
-        paused = true;
-        watcher.reset();
-        return false;
-    };
-
-    bool synced = sourceReady() && syncAll();
-    if (!synced && c.link.isOpen() && !paused && !stopRequested())
+        work();
+        return true;
+    });
+    if (!session.start() && !stopRequested())
         return kExitFailed;
-    if (!paused)
-        watch();
     c.err << "Watching " << source << " (Ctrl+C ends)\n" << Qt::flush;
     bool waiting = false;
-    QElapsedTimer retry;
-    retry.start();
     while (pump(100)) {
-        if (!c.link.isOpen()) {
-            if (!waiting)
-                c.err << "The board dropped off; waiting for it\n" << Qt::flush;
-            waiting = true;
-            if (!pump(500))
+        if (c.link.isOpen())
+            continue;
+        if (!waiting)
+            c.err << "The board dropped off; waiting for it\n" << Qt::flush;
+        waiting = true;
+        if (!pump(500))
+            continue;
+        reconnecting = true;
+        const bool back = reconnect(c);
+        reconnecting = false;
+        if (!back) {
+            if (!c.link.refusedForGood())
                 continue;
-            if (!reconnect(c)) {
-                if (!c.link.refusedForGood())
-                    continue;
-                c.err << "The board refuses the connection for good: watch stops\n" << Qt::flush;
-                return kExitFailed;
-            }
-            waiting = false;
-            c.err << "The board is back\n" << Qt::flush;
-            if (sourceReady())
-                syncAll();
-            continue;
+            c.err << "The board refuses the connection for good: watch stops\n" << Qt::flush;
+            return kExitFailed;
         }
-        if (!sourceReady())
-            continue;
-        if (paused || !watcher || folderIdentity(source) != identity) {
-            // Back, or replaced under the same name: settle, then a fresh full sync.
-            if (!pump(FolderWatcher::kQuietMs * 2) || !sourceReady())
-                continue;
-            if (paused)
-                c.err << source << " is back\n" << Qt::flush;
-            paused = false;
-            watch();
-            syncAll();
-            continue;
-        }
-        if (removed && options.deleteExtra) {
-            saved.clear();
-            removed = false;
-            syncAll();
-            continue;
-        }
-        removed = false;
-        const bool retryDue = !unsynced.isEmpty() && retry.elapsed() > kWatchRetryMs;
-        if (saved.isEmpty() && !retryDue)
-            continue;
-        if (retryDue)
-            c.err << "Trying again: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
-        const QStringList files = saved;
-        saved.clear();
-        syncSome(files);
-        retry.restart();
-        if (!unsynced.isEmpty())
-            c.err << "Not synced yet: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
+        waiting = false;
+        c.err << "The board is back\n" << Qt::flush;
     }
+    const QStringList unsynced = session.unsynced();
     if (!unsynced.isEmpty())
         c.err << "Left unsynced: " << unsynced.join(QStringLiteral(", ")) << '\n' << Qt::flush;
     return unsynced.isEmpty() ? kExitOk : kExitFailed;

@@ -3,20 +3,13 @@
 #include "board/boardfiles.h"
 #include "board/mcdirmodel.h"
 #include "link/boardlink.h"
-#include "sync/folderwatcher.h"
 #include "sync/synchronizer.h"
+#include "sync/watchsession.h"
 #include "syncconfigurationdialog.h"
-
-namespace {
-constexpr int kBusyRetryMs = 500;
-}
 
 SyncFlow::SyncFlow(BoardFiles& files, Synchronizer& sync, Runner runner, QObject* parent)
     : QObject(parent), m_files(files), m_sync(sync), m_run(std::move(runner))
 {
-    m_retry.setSingleShot(true);
-    m_retry.setInterval(kBusyRetryMs);
-    connect(&m_retry, &QTimer::timeout, this, &SyncFlow::uploadSaved);
 }
 
 SyncFlow::~SyncFlow() = default;
@@ -77,39 +70,21 @@ void SyncFlow::setRoot(const QString& root)
 
 void SyncFlow::setSyncOnSave(bool on)
 {
-    m_watcher.reset();
-    m_saved.clear();
+    m_session.reset();
     if (!on)
         return;
-    m_watcher = std::make_unique<FolderWatcher>(m_root);
-    connect(m_watcher.get(), &FolderWatcher::changed, this, [this](const QStringList& saved) {
-        for (const QString& f : saved)
-            if (!m_saved.contains(f))
-                m_saved << f;
-        uploadSaved();
+    // Only saved files travel; the Sync dialog is there for the whole folder.
+    WatchSession::Policy policy;
+    policy.options.createDirs = true;
+    policy.wholeFolder = false;
+    m_session = std::make_unique<WatchSession>(m_files, m_sync, m_root, [this] { return boardDir(); }, policy);
+    m_session->setRunner([this](const std::function<void()>& work) {
+        return m_run([&] {
+            work();
+            if (m_files.link().isOpen())
+                m_files.updateMcDir(boardDir());
+        });
     });
-}
-
-void SyncFlow::uploadSaved()
-{
-    if (m_saved.isEmpty() || !m_files.link().isOpen())
-        return;
-    Synchronizer::Options options;
-    options.createDirs = true;
-    options.ignore = IgnoreRules::forFolder(m_root);
-    const QStringList files = m_saved;
-    const QString root = m_root;
-    // Files saved again while these upload are queued anew.
-    m_saved.clear();
-    const bool ran = m_run([&] {
-        m_sync.synchronize(root, boardDir(), files, options);
-        if (m_files.link().isOpen())
-            m_files.updateMcDir(boardDir());
-    });
-    if (!ran) {
-        for (const QString& f : files)
-            if (!m_saved.contains(f))
-                m_saved << f;
-        m_retry.start();
-    }
+    connect(m_session.get(), &WatchSession::note, this, &SyncFlow::logLine);
+    m_session->start();
 }

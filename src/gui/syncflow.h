@@ -2,14 +2,13 @@
 
 #include <QObject>
 #include <QStringList>
-#include <QTimer>
 
 #include <functional>
 #include <memory>
 
 class BoardFiles;
-class FolderWatcher;
 class Synchronizer;
+class WatchSession;
 class QWidget;
 
 // The window's two ways of syncing the PC folder into the listed board
@@ -28,21 +27,18 @@ public:
     void runDialog(QWidget* parent, const QString& root);
     // Sync on Save follows the PC folder while it is on.
     void setSyncOnSave(bool on);
-    bool syncOnSave() const { return m_watcher != nullptr; }
+    bool syncOnSave() const { return m_session != nullptr; }
     void setRoot(const QString& root);
 
 signals:
     void logLine(const QString& text);
 
 private:
-    void uploadSaved();
     QString boardDir() const;
 
     BoardFiles& m_files;
     Synchronizer& m_sync;
     Runner m_run;
     QString m_root;
-    std::unique_ptr<FolderWatcher> m_watcher;
-    QStringList m_saved;
-    QTimer m_retry; // saved files wait here while the board is busy
+    std::unique_ptr<WatchSession> m_session;
 };

@@ -71,6 +71,17 @@ QStringList Synchronizer::collectSyncFiles(const QString& root, const QString& s
     return files;
 }
 
+QStringList Synchronizer::refusedNames(const QStringList& files, const QString& destination)
+{
+    QStringList refusals;
+    for (const QString& f : files) {
+        const QString refusal = BoardFiles::forbiddenIn(destination + f);
+        if (!refusal.isEmpty())
+            refusals << refusal;
+    }
+    return refusals;
+}
+
 QString Synchronizer::sourceProblem(const QString& root)
 {
     const QFileInfo info(root);

@@ -41,6 +41,9 @@ public:
     // Why a PC folder cannot be trusted to say what the board may lose (it
     // is missing, unreadable or empty); empty when it can.
     static QString sourceProblem(const QString& root);
+    // Why the board cannot take some of these names, one line each; a sync
+    // with any is refused whole, before the first upload.
+    static QStringList refusedNames(const QStringList& files, const QString& destination);
 
     // The window's synchronisation: into the listed board directory.
     bool sync_core(const QString& source, const QStringList& files, bool missing);
