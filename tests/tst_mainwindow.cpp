@@ -441,6 +441,9 @@ private slots:
         QTest::keyClick(line, Qt::Key_Return);
         QVERIFY2(waitFor([&] { return terminal->toPlainText().contains(QStringLiteral("]: 42")); }),
                  qPrintable(terminal->toPlainText()));
+        // One timestamped line per board line: never an empty one after it.
+        QVERIFY2(!terminal->toPlainText().contains(QRegularExpression(QStringLiteral("\\]: ?(\\n|$)"))),
+                 qPrintable(terminal->toPlainText()));
         QTest::keyClick(line, Qt::Key_Up);
         QCOMPARE(line->text(), QStringLiteral("print(6*7)"));
         QTest::keyClick(line, Qt::Key_Up);
