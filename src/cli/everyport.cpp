@@ -1,6 +1,6 @@
 #include "everyport.h"
 
-#include "link/webrepltransport.h"
+#include "link/transports.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -12,7 +12,6 @@
 #include <QDir>
 #include <QFileInfo>
 #include <QSocketNotifier>
-#include <QUrl>
 
 #include <csignal>
 #include <fcntl.h>
@@ -91,11 +90,8 @@ bool pump(int ms)
 
 QString portFolder(const QString& port, const QStringList& ports)
 {
-    // A WebREPL board is named by its host and port ("192.168.4.1_8266").
-    const auto shortName = [](const QString& p) {
-        const QUrl url = WebReplTransport::urlFor(p);
-        return url.isValid() ? url.host() + QLatin1Char('_') + QString::number(url.port()) : QFileInfo(p).fileName();
-    };
+    // A network board is named by its host and port ("192.168.4.1_8266").
+    const auto shortName = [](const QString& p) { return Transports::shortName(p); };
     const QString name = shortName(port);
     int sharing = 0;
     for (const QString& other : ports)

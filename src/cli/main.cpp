@@ -2,7 +2,7 @@
 #include "board/boarderrors.h"
 #include "board/boardfiles.h"
 #include "link/boardlink.h"
-#include "link/webrepltransport.h"
+#include "link/transports.h"
 #include "packages/packageinstaller.h"
 #include "sync/synchronizer.h"
 #include "sync/watchsession.h"
@@ -624,10 +624,11 @@ int main(int argc, char* argv[])
     const QStringList ports = parser.values(QStringLiteral("port"));
     QString password;
     for (const QString& port : ports) {
-        if (!WebReplTransport::isAddress(port))
+        const QString wrong = Transports::addressProblem(port);
+        if (!wrong.isEmpty())
+            return usage(wrong);
+        if (!Transports::needsPassword(port))
             continue;
-        if (!WebReplTransport::urlFor(port).isValid())
-            return usage(QStringLiteral("%1 is not a WebREPL address (ws://HOST[:PORT])").arg(port));
         if (password.isEmpty()) {
             const WebReplPassword found = findWebReplPassword(parser.value(QStringLiteral("password-file")), port);
             if (!found.problem.isEmpty())

@@ -4,7 +4,7 @@
 #include "qmaterialicon.h"
 #include "secretstore.h"
 
-#include "link/webrepltransport.h"
+#include "link/transports.h"
 
 #include <QCheckBox>
 #include <QComboBox>
@@ -15,6 +15,12 @@
 #include <QSerialPortInfo>
 #include <QSettings>
 #include <QToolButton>
+
+namespace {
+// Network addresses connected to lately, offered beside the local ports.
+const QString kRecentKey = QStringLiteral("UI/RecentAddresses");
+constexpr int kRecentKept = 8;
+} // namespace
 
 ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
 {
@@ -64,7 +70,8 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     m_applyButton->setIcon(materialIcon(QStringLiteral("done")));
 
     m_mcCombo->setToolTip(tr("Board type"));
-    m_portsCombo->setToolTip(tr("Serial port, device path or WebREPL address (ws://HOST[:PORT])"));
+    m_portsCombo->setToolTip(tr("Serial port, device path, WebREPL address (ws://HOST[:PORT]) or a serial port on "
+                                "another machine (rfc2217://HOST:PORT, socket://HOST:PORT)"));
     m_baudCombo->setToolTip(tr("Baud rate"));
     layout->addWidget(m_mcCombo);
     layout->addWidget(m_portsCombo);
@@ -78,7 +85,7 @@ ConnectionPopup::ConnectionPopup(QWidget* parent) : QFrame(parent, Qt::Popup)
     // WebREPL runs on ESP32 and ESP8266 boards: typing an address picks that
     // type once; the user may still change it.
     connect(m_portsCombo->lineEdit(), &QLineEdit::textEdited, this, [this](const QString& text) {
-        const bool network = WebReplTransport::isAddress(text);
+        const bool network = Transports::needsPassword(text);
         if (network && !m_typedAddress)
             m_mcCombo->setCurrentIndex(1);
         m_typedAddress = network;
@@ -105,10 +112,14 @@ void ConnectionPopup::readSettings()
         m_portsCombo->addItem(info.portName(), info.serialNumber());
     if (!m_offered.isEmpty() && m_portsCombo->findText(m_offered) < 0)
         m_portsCombo->addItem(m_offered, QString());
+    const QStringList recent = settings.value(kRecentKey).toStringList();
+    for (const QString& address : recent)
+        if (Transports::isNetwork(address) && m_portsCombo->findText(address) < 0)
+            m_portsCombo->addItem(address, QString());
     QString text = settings.value(QStringLiteral("UI/Port"), m_portsCombo->itemText(0)).toString();
     // A remembered board that is gone is not offered as if it were there; a
     // network address cannot be checked before connecting, so it stays.
-    if (m_portsCombo->findText(text) < 0 && !isDevicePath(text) && !WebReplTransport::isAddress(text))
+    if (m_portsCombo->findText(text) < 0 && !isDevicePath(text) && !Transports::isNetwork(text))
         text = m_portsCombo->itemText(0);
     if (!m_offered.isEmpty())
         text = m_offered;
@@ -132,11 +143,17 @@ void ConnectionPopup::writeSettings() const
     settings.setValue(QStringLiteral("MC/FastTransfers"), m_fastTransfers->isChecked());
     if (webRepl())
         settings.setValue(QStringLiteral("WebREPL/RememberPassword"), m_remember->isChecked());
+    if (Transports::isNetwork(port())) {
+        QStringList recent = settings.value(kRecentKey).toStringList();
+        recent.removeAll(port());
+        recent.prepend(port());
+        settings.setValue(kRecentKey, QStringList(recent.mid(0, kRecentKept)));
+    }
 }
 
 bool ConnectionPopup::webRepl() const
 {
-    return WebReplTransport::isAddress(port());
+    return Transports::needsPassword(port());
 }
 
 QString ConnectionPopup::password() const
@@ -200,13 +217,14 @@ bool ConnectionPopup::isDevicePath(const QString& text)
 
 void ConnectionPopup::updateApply()
 {
-    const bool network = webRepl();
-    m_password->setVisible(network);
-    m_remember->setVisible(network);
-    m_baudCombo->setVisible(!network);
+    const bool password = webRepl();
+    m_password->setVisible(password);
+    m_remember->setVisible(password);
+    m_baudCombo->setVisible(Transports::takesBaudRate(port()));
     adjustSize();
-    if (network) {
-        m_applyButton->setEnabled(WebReplTransport::urlFor(port()).isValid() && !m_password->text().isEmpty());
+    if (Transports::isNetwork(port())) {
+        m_applyButton->setEnabled(Transports::addressProblem(port()).isEmpty() &&
+                                  (!password || !m_password->text().isEmpty()));
         return;
     }
     // Typed paths (pseudo-terminals, socat, ser2net) count once they exist.

@@ -1,13 +1,11 @@
 #include "boardlink.h"
 
 #include "replbytes.h"
-#include "serialtransport.h"
-#include "webrepltransport.h"
+#include "boardtransport.h"
+#include "transports.h"
 
 #include <QElapsedTimer>
 #include <QEventLoop>
-#include <QFileInfo>
-#include <QSerialPortInfo>
 
 using namespace replbytes;
 
@@ -76,7 +74,7 @@ BoardLink::BoardLink(QObject* parent) : QObject(parent)
     m_infoTimer.setInterval(kInfoDelayMs);
     connect(&m_reconnectTimer, &QTimer::timeout, this, &BoardLink::tryReconnect);
     connect(&m_infoTimer, &QTimer::timeout, this, &BoardLink::queryInfoRequested);
-    useTransport(std::make_unique<SerialTransport>());
+    useTransport(Transports::create(QString()));
 }
 
 BoardLink::~BoardLink()
@@ -94,10 +92,8 @@ void BoardLink::useTransport(std::unique_ptr<BoardTransport> transport)
     m_transport = std::move(transport);
     m_rawPaste = -1; // not known until the first paste
     connect(m_transport.get(), &BoardTransport::readyRead, this, &BoardLink::io_ready);
-    if (auto* serial = qobject_cast<SerialTransport*>(m_transport.get())) {
-        connect(serial, &SerialTransport::closing, this, &BoardLink::io_disconnected);
-        connect(serial, &SerialTransport::serialError, this, &BoardLink::io_error);
-    }
+    connect(m_transport.get(), &BoardTransport::closing, this, &BoardLink::io_disconnected);
+    connect(m_transport.get(), &BoardTransport::serialError, this, &BoardLink::io_error);
     connect(m_transport.get(), &BoardTransport::dropped, this, [this](const QString& why) {
         emit logLine(why);
         io_disconnected();
@@ -112,11 +108,6 @@ bool BoardLink::refusedForGood() const
 bool BoardLink::isOpen() const
 {
     return m_transport->isOpen();
-}
-
-bool BoardLink::overWebRepl() const
-{
-    return qobject_cast<WebReplTransport*>(m_transport.get()) != nullptr;
 }
 
 int BoardLink::chunkSize() const
@@ -572,9 +563,9 @@ void BoardLink::reset()
 
 void BoardLink::dfu()
 {
-    if (overWebRepl()) {
-        // A board in DFU mode has no network: only a cable brings it back.
-        emit logLine(tr("DFU is not possible over WebREPL: connect the board with a USB cable"));
+    const QString refusal = m_transport->dfuRefusal();
+    if (!refusal.isEmpty()) {
+        emit logLine(refusal);
         return;
     }
     if (!to_repl())
@@ -592,18 +583,9 @@ void BoardLink::setPortSettings(const PortSettings& settings)
 {
     m_settings = settings;
     m_type = settings.type;
-    if (WebReplTransport::isAddress(settings.name)) {
-        auto transport = std::make_unique<WebReplTransport>();
-        transport->setPassword(settings.password);
-        useTransport(std::move(transport));
-    } else {
-        auto* serial = qobject_cast<SerialTransport*>(m_transport.get());
-        if (!serial) {
-            useTransport(std::make_unique<SerialTransport>());
-            serial = qobject_cast<SerialTransport*>(m_transport.get());
-        }
-        serial->setBaudRate(settings.baud);
-    }
+    useTransport(Transports::create(settings.name));
+    m_transport->setBaudRate(settings.baud);
+    m_transport->setPassword(settings.password);
     m_transport->setName(settings.name);
 }
 
@@ -709,24 +691,7 @@ bool BoardLink::reconnectNow()
 
 QString BoardLink::findSameBoard() const
 {
-    QString found;
-    // A network board has no port to look for: try its address.
-    if (overWebRepl())
-        found = m_lastPortName;
-    const QList<QSerialPortInfo> ports = found.isEmpty() ? QSerialPortInfo::availablePorts() : QList<QSerialPortInfo>();
-    for (const QSerialPortInfo& info : ports) {
-        const bool same = m_settings.serialNumber.isEmpty() ? info.portName() == m_lastPortName
-                                                            : info.serialNumber() == m_settings.serialNumber;
-        if (same) {
-            found = info.portName();
-            break;
-        }
-    }
-    // Pseudo-terminals and other typed paths are never listed: look for the path itself.
-    if (found.isEmpty() && m_settings.serialNumber.isEmpty() && m_lastPortName.startsWith(QLatin1Char('/')) &&
-        QFileInfo::exists(m_lastPortName))
-        found = m_lastPortName;
-    return found;
+    return m_transport->findAgain(m_lastPortName, m_settings.serialNumber);
 }
 
 void BoardLink::tryReconnect()

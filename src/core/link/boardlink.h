@@ -40,8 +40,6 @@ public:
     bool isOpen() const;
     // The last connect was refused in a way a retry cannot mend (a wrong password).
     bool refusedForGood() const;
-    // Whether the board is reached over WebREPL rather than a serial port.
-    bool overWebRepl() const;
     // The chunk size for data sent to a running board script: transferSize(),
     // or less where the board's input buffer is smaller.
     int chunkSize() const;

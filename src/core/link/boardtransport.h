@@ -2,11 +2,13 @@
 
 #include <QByteArray>
 #include <QObject>
+#include <QSerialPort>
 #include <QString>
 
-// One way of reaching a board: a serial port or a WebREPL socket. The link
-// above it owns the protocol; a transport only moves bytes and says when the
-// way to the board is gone.
+// One way of reaching a board: a serial port, a WebREPL socket, a serial
+// port on another machine. The link above it owns the protocol; a transport
+// moves bytes, says when the way to the board is gone and what it can do.
+// Transports::create() picks one for a port string.
 class BoardTransport : public QObject {
     Q_OBJECT
 public:
@@ -15,6 +17,9 @@ public:
     // What the user typed to reach the board (a port name, a ws:// address).
     virtual QString name() const = 0;
     virtual void setName(const QString& name) = 0;
+    // Settings a transport may have no use for.
+    virtual void setBaudRate(qint32 baud) { Q_UNUSED(baud) }
+    virtual void setPassword(const QString& password) { Q_UNUSED(password) }
     // Opens and, where the transport needs it, logs in; may run a nested
     // event loop. Errors are read from errorString().
     virtual bool open() = 0;
@@ -30,9 +35,22 @@ public:
     virtual int inputWindow() const { return 0; }
     // Whether a board that refused the last open would refuse another try too.
     virtual bool refusedForGood() const { return false; }
+    // Where the board last reached as lastName is now, for a reconnect; empty
+    // while it is nowhere. A network address is simply tried again.
+    virtual QString findAgain(const QString& lastName, const QString& serialNumber) const
+    {
+        Q_UNUSED(serialNumber)
+        return lastName;
+    }
+    // Why the board cannot be put into DFU mode this way; empty when it can.
+    virtual QString dfuRefusal() const { return {}; }
 
 signals:
     void readyRead();
     // The way to the board is gone (the peer closed, the network failed).
     void dropped(const QString& why);
+    // A local port: it is about to close (a board gone from the bus closes
+    // it), and errors as the port reports them.
+    void closing();
+    void serialError(QSerialPort::SerialPortError error);
 };

@@ -1,5 +1,8 @@
 #include "serialtransport.h"
 
+#include <QFileInfo>
+#include <QSerialPortInfo>
+
 SerialTransport::SerialTransport(QObject* parent) : BoardTransport(parent)
 {
     m_port.setParity(QSerialPort::NoParity);
@@ -44,4 +47,18 @@ void SerialTransport::close()
 bool SerialTransport::send(const QByteArray& data)
 {
     return m_port.isOpen() && m_port.write(data) == data.size() && m_port.flush();
+}
+
+QString SerialTransport::findAgain(const QString& lastName, const QString& serialNumber) const
+{
+    const QList<QSerialPortInfo> ports = QSerialPortInfo::availablePorts();
+    for (const QSerialPortInfo& info : ports) {
+        const bool same = serialNumber.isEmpty() ? info.portName() == lastName : info.serialNumber() == serialNumber;
+        if (same)
+            return info.portName();
+    }
+    // Pseudo-terminals and other typed paths are never listed: look for the path itself.
+    if (serialNumber.isEmpty() && lastName.startsWith(QLatin1Char('/')) && QFileInfo::exists(lastName))
+        return lastName;
+    return QString();
 }

@@ -1,14 +1,10 @@
 #include "webreplrelay.h"
 
+#include "tcpserialtransport.h"
+
 #include <QHostAddress>
 #include <QTcpServer>
 #include <QTcpSocket>
-
-#ifdef Q_OS_LINUX
-#include <netinet/in.h>
-#include <netinet/tcp.h>
-#include <sys/socket.h>
-#endif
 
 namespace {
 // Websocket frame header bits (RFC 6455, section 5.2).
@@ -22,11 +18,6 @@ const QByteArray kHttpEnd = QByteArrayLiteral("\r\n\r\n");
 // An HTTP answer longer than this is no websocket upgrade: it passes as it
 // is and QWebSocket reports it.
 constexpr int kMaxHttpAnswer = 16384;
-// A lost board is noticed within about ten seconds.
-constexpr int kKeepIdleS = 4;
-constexpr int kKeepIntervalS = 1;
-constexpr int kKeepCount = 5;
-constexpr unsigned int kUnackedMs = 10000;
 } // namespace
 
 QByteArray WebReplRelay::FrameMarker::mark(const QByteArray& data)
@@ -145,26 +136,6 @@ void WebReplRelay::accept()
     }
 }
 
-void WebReplRelay::watchForSilentLoss(QTcpSocket* socket)
-{
-    // A board that loses power or Wi-Fi never closes its socket, and boards
-    // ignore websocket pings; their TCP stack still answers keep-alive
-    // probes while it lives. Silence for kKeepIdleS, then kKeepCount probes
-    // kKeepIntervalS apart, and data unacknowledged for kUnackedMs, end the link.
-    socket->setSocketOption(QAbstractSocket::KeepAliveOption, 1);
-#ifdef Q_OS_LINUX
-    const int fd = static_cast<int>(socket->socketDescriptor());
-    const int idle = kKeepIdleS;
-    const int interval = kKeepIntervalS;
-    const int count = kKeepCount;
-    const unsigned int unacked = kUnackedMs;
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPIDLE, &idle, sizeof idle);
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPINTVL, &interval, sizeof interval);
-    setsockopt(fd, IPPROTO_TCP, TCP_KEEPCNT, &count, sizeof count);
-    setsockopt(fd, IPPROTO_TCP, TCP_USER_TIMEOUT, &unacked, sizeof unacked);
-#endif
-}
-
 void WebReplRelay::pass(QTcpSocket* to, const QByteArray& data)
 {
     to->write(data);
@@ -176,8 +147,8 @@ void WebReplRelay::pass(QTcpSocket* to, const QByteArray& data)
 void WebReplRelay::boardConnected()
 {
     m_boardReached = true;
-    m_board->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-    watchForSilentLoss(m_board);
+    // Boards ignore websocket pings; their TCP stack still answers keep-alive probes.
+    TcpSerialTransport::tune(m_board);
     if (!m_toBoard.isEmpty())
         pass(m_board, m_toBoard);
     m_toBoard.clear();

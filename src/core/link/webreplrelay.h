@@ -47,7 +47,6 @@ public:
 
 private:
     static void pass(QTcpSocket* to, const QByteArray& data);
-    static void watchForSilentLoss(QTcpSocket* socket);
     void accept();
     void fromBoard();
     void fromClient();

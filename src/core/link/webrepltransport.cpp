@@ -43,6 +43,12 @@ QUrl WebReplTransport::urlFor(const QString& name)
     return url;
 }
 
+QString WebReplTransport::dfuRefusal() const
+{
+    // A board in DFU mode has no network: only a cable brings it back.
+    return tr("DFU is not possible over WebREPL: connect the board with a USB cable");
+}
+
 bool WebReplTransport::open()
 {
     close();

@@ -30,7 +30,7 @@ public:
 
     QString name() const override { return m_name; }
     void setName(const QString& name) override { m_name = name; }
-    void setPassword(const QString& password) { m_password = password; }
+    void setPassword(const QString& password) override { m_password = password; }
     bool open() override;
     void close() override;
     bool isOpen() const override { return m_open; }
@@ -39,6 +39,7 @@ public:
     QString errorString() const override { return m_error; }
     int inputWindow() const override { return kInputWindow; }
     bool refusedForGood() const override { return m_refusedForGood; }
+    QString dfuRefusal() const override;
 
 private:
     void received(const QByteArray& data);
