@@ -11,7 +11,7 @@ $SUDO apt-get install -y --no-install-recommends \
   qttools5-dev qttools5-dev-tools qttranslations5-l10n \
   libquazip1-qt5-dev zlib1g-dev libqwt-qt5-dev libqt5websockets5-dev qtkeychain-qt5-dev \
   fonts-material-design-icons-iconfont \
-  socat xvfb xauth python3 ca-certificates iproute2 \
+  socat xvfb xauth python3 ca-certificates iproute2 ser2net \
   desktop-file-utils appstream dpkg-dev file help2man lintian man-db bash-completion
 if ! command -v node >/dev/null 2>&1 || ! command -v npm >/dev/null 2>&1; then
   $SUDO apt-get install -y --no-install-recommends nodejs npm

@@ -1,3 +1,4 @@
+#include "clirun.h"
 #include "testsupport.h"
 #include "virtualboard.h"
 
@@ -18,27 +19,10 @@ class TestCli : public QObject {
     static constexpr char kPassword[] = "s3cret-pw";
     static QStringList webRepl() { return {"--webrepl", "0", "--password", kPassword}; }
 
-    static constexpr int kHung = -1000;
-    static constexpr int kCrashed = -1001;
-    struct Run {
-        int code;
-        QByteArray out;
-        QByteArray err;
-    };
-    Run cli(const QStringList& args)
-    {
-        QProcess p;
-        p.setProcessEnvironment(QProcessEnvironment::systemEnvironment());
-        p.start(QString::fromLocal8Bit(qgetenv("PELKAM_CLI")), args);
-        // A hang is a failure: Qt reports exit code 0 for a process still running.
-        if (!p.waitForFinished(120000)) {
-            p.kill();
-            p.waitForFinished(5000);
-            return {kHung, p.readAllStandardOutput(), p.readAllStandardError()};
-        }
-        return {p.exitStatus() == QProcess::NormalExit ? p.exitCode() : kCrashed, p.readAllStandardOutput(),
-                p.readAllStandardError()};
-    }
+    static constexpr int kHung = CliRun::kHung;
+    static constexpr int kCrashed = CliRun::kCrashed;
+    using Run = CliRun;
+    static Run cli(const QStringList& args) { return runCli(args); }
 
 private slots:
     void initTestCase()
@@ -145,19 +129,6 @@ private slots:
 };
 
 namespace {
-// Every file under dir, relative path -> contents.
-QMap<QString, QByteArray> files(const QString& dir)
-{
-    QMap<QString, QByteArray> found;
-    QDirIterator it(dir, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
-    while (it.hasNext()) {
-        QFile f(it.next());
-        if (f.open(QIODevice::ReadOnly))
-            found.insert(QDir(dir).relativeFilePath(f.fileName()), f.readAll());
-    }
-    return found;
-}
-
 QMap<QString, QByteArray> seedFiles()
 {
     QByteArray big(100 * 1024, Qt::Uninitialized);
@@ -377,30 +348,6 @@ void TestCli::backupFaults()
         }
     }
 }
-
-namespace {
-// A pelkam-cli run in the background, its output collected as it comes.
-struct Background {
-    QProcess p;
-    QByteArray out, err;
-    explicit Background(const QStringList& args)
-    {
-        QObject::connect(&p, &QProcess::readyReadStandardOutput, [this] { out += p.readAllStandardOutput(); });
-        QObject::connect(&p, &QProcess::readyReadStandardError, [this] { err += p.readAllStandardError(); });
-        p.start(QString::fromLocal8Bit(qgetenv("PELKAM_CLI")), args);
-    }
-    // Sends sig and returns how long the command took to end, in ms (-1: it did not).
-    qint64 stop(int sig, int limitMs = 5000)
-    {
-        QElapsedTimer timer;
-        timer.start();
-        ::kill(static_cast<pid_t>(p.processId()), sig);
-        if (!waitFor([this] { return p.state() == QProcess::NotRunning; }, limitMs))
-            return -1;
-        return timer.elapsed();
-    }
-};
-} // namespace
 
 void TestCli::stopSignals()
 {

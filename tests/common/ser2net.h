@@ -1,0 +1,103 @@
+#pragma once
+
+#include "testsupport.h"
+
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QTcpServer>
+#include <QTcpSocket>
+
+// Debian's ser2net in front of local serial devices (the virtual board's
+// pty), started with a configuration of its own so the system's is never
+// read: one telnet(rfc2217) and one plain tcp accepter per device.
+class Ser2Net {
+public:
+    explicit Ser2Net(const QStringList& devices) : m_devices(devices)
+    {
+        for (int i = 0; i < devices.size(); ++i)
+            m_ports << freePort() << freePort();
+        start();
+    }
+    ~Ser2Net() { stop(); }
+
+    static bool installed() { return !QStandardPaths::findExecutable(QStringLiteral("ser2net")).isEmpty(); }
+
+    bool isRunning() const { return m_process.state() == QProcess::Running; }
+    QString rfc2217(int device = 0) const
+    {
+        return QStringLiteral("rfc2217://127.0.0.1:%1").arg(m_ports.value(2 * device));
+    }
+    QString socket(int device = 0) const
+    {
+        return QStringLiteral("socket://127.0.0.1:%1").arg(m_ports.value(2 * device + 1));
+    }
+    QString log() const { return QString::fromLocal8Bit(m_log); }
+
+    // Starts it again on the same ports; true once every accepter answers.
+    bool start()
+    {
+        QStringList args{"-n", "-d", "-c", "/dev/null"};
+        for (int i = 0; i < m_devices.size(); ++i) {
+            // The device itself: ser2net wants the pty, not a link to it.
+            const QString device = QFileInfo(m_devices.at(i)).canonicalFilePath();
+            const QString connector =
+                QStringLiteral("#  connector: serialdev(nouucplock=true),%1,115200n81,local").arg(device);
+            args << "-Y"
+                 << QStringLiteral("connection: &rfc%1#  accepter: telnet(rfc2217),tcp,127.0.0.1,%2")
+                            .arg(i)
+                            .arg(m_ports.at(2 * i)) +
+                        connector;
+            args << "-Y"
+                 << QStringLiteral("connection: &raw%1#  accepter: tcp,127.0.0.1,%2").arg(i).arg(m_ports.at(2 * i + 1)) +
+                        connector;
+        }
+        m_process.setProcessChannelMode(QProcess::MergedChannels);
+        QObject::connect(&m_process, &QProcess::readyRead, [this] { m_log += m_process.readAll(); });
+        m_process.start(QStringLiteral("ser2net"), args);
+        if (!m_process.waitForStarted(5000))
+            return false;
+        return waitFor(
+            [this] {
+                for (const quint16 port : qAsConst(m_ports)) {
+                    QTcpSocket probe;
+                    probe.connectToHost(QStringLiteral("127.0.0.1"), port);
+                    if (!probe.waitForConnected(200))
+                        return false;
+                    probe.abort();
+                }
+                return true;
+            },
+            10000);
+    }
+
+    // SIGKILL: gone without a word to its clients beyond what the kernel says.
+    void kill()
+    {
+        m_process.kill();
+        m_process.waitForFinished(5000);
+        m_process.disconnect();
+    }
+    void stop()
+    {
+        if (m_process.state() == QProcess::NotRunning)
+            return;
+        m_process.terminate();
+        if (!m_process.waitForFinished(5000))
+            kill();
+        m_process.disconnect();
+    }
+
+private:
+    static quint16 freePort()
+    {
+        QTcpServer server;
+        server.listen(QHostAddress::LocalHost, 0);
+        return server.serverPort();
+    }
+
+    QStringList m_devices;
+    QList<quint16> m_ports;
+    QProcess m_process;
+    QByteArray m_log;
+};
