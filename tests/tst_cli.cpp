@@ -41,6 +41,9 @@ private slots:
         QCOMPARE(cli({"--port", "/x", "get", "a"}).code, 2);
         QCOMPARE(cli({"ls", "/"}).code, 2);
         QCOMPARE(cli({"--port", "/x", "--type", "avr", "info"}).code, 2);
+        // A network port without its port number is refused before anything is tried.
+        const Run noPort = cli({"--port", "rfc2217://rack1", "info"});
+        QVERIFY2(noPort.code == 2 && noPort.err.contains("rfc2217://HOST:PORT"), noPort.err.constData());
         const Run help = cli({"--help"});
         QCOMPARE(help.code, 0);
         for (const char* command : {"info", "ls DIR", "get BOARD_PATH", "put LOCAL_PATH", "rm BOARD_PATH", "rmdir",

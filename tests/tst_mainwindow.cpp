@@ -559,6 +559,29 @@ private slots:
             popup.writeSettings();
         }
         QCOMPARE(QSettings().value(QStringLiteral("UI/Port")).toString(), device);
+        {
+            // A serial port on another machine: no password; a baud rate only
+            // where the server sets it; offered again once used.
+            ConnectionPopup remote;
+            remote.readSettings();
+            auto* ports = remote.findChild<QComboBox*>(QStringLiteral("portsCombo"));
+            auto* apply = remote.findChild<QToolButton*>(QStringLiteral("applyButton"));
+            auto* baud = remote.findChild<QComboBox*>(QStringLiteral("baudCombo"));
+            remote.show();
+            for (const char* address : {"rfc2217://rack1:3001", "socket://rack1:3002"}) {
+                ports->setEditText(QString::fromLatin1(address));
+                QVERIFY(apply->isEnabled());
+                QVERIFY(!remote.webRepl());
+                QCOMPARE(baud->isVisible(), QByteArray(address).startsWith("rfc2217"));
+                remote.writeSettings();
+            }
+            ports->setEditText(QStringLiteral("rfc2217://rack1"));
+            QVERIFY(!apply->isEnabled());
+            remote.readSettings();
+            QVERIFY(ports->findText(QStringLiteral("rfc2217://rack1:3001")) >= 0);
+            QCOMPARE(remote.port(), QStringLiteral("socket://rack1:3002"));
+            QSettings().setValue(QStringLiteral("UI/Port"), device);
+        }
         ConnectionPopup popup;
         popup.readSettings();
         QCOMPARE(popup.port(), device);

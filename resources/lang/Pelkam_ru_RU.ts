@@ -372,10 +372,6 @@
         <source>Reconnection attempts exhausted</source>
         <translation>Попытки переподключения исчерпаны</translation>
     </message>
-    <message>
-        <source>DFU is not possible over WebREPL: connect the board with a USB cable</source>
-        <translation>DFU невозможен через WebREPL: подключите плату кабелем USB</translation>
-    </message>
 </context>
 <context>
     <name>BoardWaiter</name>
@@ -470,8 +466,8 @@
         <translation>Хранить пароль в хранилище секретов рабочего стола, а не в настройках Pelkam</translation>
     </message>
     <message>
-        <source>Serial port, device path or WebREPL address (ws://HOST[:PORT])</source>
-        <translation>Последовательный порт, путь к устройству или адрес WebREPL (ws://HOST[:PORT])</translation>
+        <source>Serial port, device path, WebREPL address (ws://HOST[:PORT]) or a serial port on another machine (rfc2217://HOST:PORT, socket://HOST:PORT)</source>
+        <translation>Последовательный порт, путь к устройству, адрес WebREPL (ws://HOST[:PORT]) или последовательный порт на другой машине (rfc2217://HOST:PORT, socket://HOST:PORT)</translation>
     </message>
 </context>
 <context>
@@ -1449,6 +1445,36 @@ If not, it will be uploaded to
     </message>
 </context>
 <context>
+    <name>TcpSerialTransport</name>
+    <message>
+        <source>%1 is not a network serial port (rfc2217://HOST:PORT or socket://HOST:PORT)</source>
+        <translation>%1 — не сетевой последовательный порт (rfc2217://HOST:PORT или socket://HOST:PORT)</translation>
+    </message>
+    <message>
+        <source>no answer within %1 s</source>
+        <translation>нет ответа в течение %1 с</translation>
+    </message>
+    <message>
+        <source>The connection to %1 closed: %2</source>
+        <translation>Соединение с %1 закрыто: %2</translation>
+    </message>
+</context>
+<context>
+    <name>Transports</name>
+    <message>
+        <source>%1 is not a WebREPL address (ws://HOST[:PORT])</source>
+        <translation>%1 — не адрес WebREPL (ws://HOST[:PORT])</translation>
+    </message>
+    <message>
+        <source>%1 is not a network serial port (rfc2217://HOST:PORT)</source>
+        <translation>%1 — не сетевой последовательный порт (rfc2217://HOST:PORT)</translation>
+    </message>
+    <message>
+        <source>%1 is not a network serial port (socket://HOST:PORT)</source>
+        <translation>%1 — не сетевой последовательный порт (socket://HOST:PORT)</translation>
+    </message>
+</context>
+<context>
     <name>WatchSession</name>
     <message>
         <source>Waiting for %1 (%2)</source>
@@ -1504,6 +1530,10 @@ If not, it will be uploaded to
     <message>
         <source>the WebREPL password is longer than the 9 bytes a board keeps: it was not sent</source>
         <translation>пароль WebREPL длиннее 9 байт, которые хранит плата: он не отправлен</translation>
+    </message>
+    <message>
+        <source>DFU is not possible over WebREPL: connect the board with a USB cable</source>
+        <translation>DFU невозможен через WebREPL: подключите плату кабелем USB</translation>
     </message>
 </context>
 <context>

@@ -556,8 +556,9 @@ int main(int argc, char* argv[])
     parser.addHelpOption();
     parser.addVersionOption();
     parser.addOption({QStringLiteral("port"),
-                      QStringLiteral("Serial port, device path or ws://HOST[:PORT] (WebREPL); given more than once, "
-                                     "the command runs on every board at once."),
+                      QStringLiteral("Serial port, device path, ws://HOST[:PORT] (WebREPL), or a serial port on "
+                                     "another machine: rfc2217://HOST:PORT (RFC 2217) or socket://HOST:PORT (raw TCP); "
+                                     "given more than once, the command runs on every board at once."),
                       QStringLiteral("PATH")});
     parser.addOption({QStringLiteral("type"),
                       QStringLiteral("Board type: stm32 (boards with the pyb module) or esp32 (any other: ESP32, "

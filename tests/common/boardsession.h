@@ -33,10 +33,13 @@ struct BoardSession {
         type = flavour == QLatin1String("esp32") ? MC_ESP32 : MC_STM32;
     }
 
+    // Where the board is reached, when not at its own device (a port server in front of it).
+    QString port;
+
     BoardLink::PortSettings settings() const
     {
         BoardLink::PortSettings s;
-        s.name = board.path();
+        s.name = port.isEmpty() ? board.path() : port;
         s.type = type;
         s.password = password;
         return s;

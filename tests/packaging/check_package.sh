@@ -46,6 +46,7 @@ complete_words() {
 }
 [ "$(complete_words pelkam-cli --port /dev/ttyACM0 sy)" = "sync" ] || { echo "no sync for sy"; exit 1; }
 [ "$(complete_words pelkam-cli --type "" | sort | tr '\n' ' ')" = "esp32 stm32 " ] || { echo "no board types"; exit 1; }
+[ "$(complete_words pelkam-cli --port rf)" = "rfc2217://" ] || { echo "no rfc2217:// for rf"; exit 1; }
 offered="$(complete_words pelkam-cli "")"
 for command in $("$build/src/cli/pelkam-cli" --help | sed -n '/^Commands:/,/^$/p' | awk '/^  [a-z]/ {print $1}'); do
   grep -qx "$command" <<<"$offered" || { echo "completion lacks $command"; exit 1; }

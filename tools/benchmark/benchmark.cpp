@@ -3,6 +3,7 @@
 //   pelkam-benchmark [--only transfer|sync|packages|editor] [--write FILE]
 // FILE gets a Markdown report; a "## Fuzzing" section already in it is kept.
 #include "boardsession.h"
+#include "ser2net.h"
 #include "codeeditor/qcodeeditor.h"
 #include "codeeditordialog.h"
 #include "packages/packageinstaller.h"
@@ -247,27 +248,34 @@ void measureSync(const QTemporaryDir& dir, QTextStream& out)
 
 // The same first sync through pelkam-cli onto one board, then onto three at
 // once (one process per board).
+// Seconds a pelkam-cli sync of a 10-file project takes onto that many paced
+// boards at once (-1 when it failed); over ser2net's RFC 2217 ports when remote.
+double timedManySync(const QString& root, int boards, bool remote)
+{
+    std::vector<std::unique_ptr<VirtualBoard>> running;
+    QStringList devices;
+    for (int i = 0; i < boards; ++i) {
+        running.push_back(std::make_unique<VirtualBoard>(QStringLiteral("stm32"), kPaced));
+        devices << running.back()->path();
+    }
+    std::unique_ptr<Ser2Net> daemon(remote ? new Ser2Net(devices) : nullptr);
+    QStringList args;
+    for (int i = 0; i < boards; ++i)
+        args << QStringLiteral("--port") << (remote ? daemon->rfc2217(i) : devices.at(i));
+    QProcess cli;
+    QElapsedTimer t;
+    t.start();
+    cli.start(QStringLiteral(PELKAM_CLI_PATH), args + QStringList{QStringLiteral("sync"), root, QStringLiteral("/flash/app")});
+    const bool ok = cli.waitForFinished(600000) && cli.exitCode() == 0;
+    return ok ? seconds(t) : -1.0;
+}
+
 void measureManyBoards(const QTemporaryDir& dir, QTextStream& out)
 {
     const QString root = dir.filePath(QStringLiteral("many"));
     writeProject(root, 10, 0);
-    const auto timedSync = [&root](int boards) {
-        std::vector<std::unique_ptr<VirtualBoard>> running;
-        QStringList args;
-        for (int i = 0; i < boards; ++i) {
-            running.push_back(std::make_unique<VirtualBoard>(QStringLiteral("stm32"), kPaced));
-            args << QStringLiteral("--port") << running.back()->path();
-        }
-        QProcess cli;
-        QElapsedTimer t;
-        t.start();
-        cli.start(QStringLiteral(PELKAM_CLI_PATH),
-                  args + QStringList{QStringLiteral("sync"), root, QStringLiteral("/flash/app")});
-        const bool ok = cli.waitForFinished(600000) && cli.exitCode() == 0;
-        return ok ? seconds(t) : -1.0;
-    };
-    const double one = timedSync(1);
-    const double three = timedSync(3);
+    const double one = timedManySync(root, 1, false);
+    const double three = timedManySync(root, 3, false);
     if (one <= 0 || three <= 0) {
         out << "sync: a pelkam-cli sync failed\n";
         return;
@@ -696,6 +704,43 @@ void measureWebRepl(const QTemporaryDir& dir, QTextStream& out)
            QStringLiteral("first copy of the 50-file project over WebREPL, default mode"));
 }
 
+// Boards behind ser2net on this machine's loopback: what RFC 2217 costs
+// against the board's own device, and many remote boards at once.
+void measureRemote(const QTemporaryDir& dir, QTextStream& out)
+{
+    const QString big = writeFile(dir, QStringLiteral("remote-big.bin"), kBigFile);
+    const auto timedUpload = [&big](bool remote, bool fast) {
+        BoardSession s(QStringLiteral("esp32"), {QStringLiteral("--polite")});
+        Ser2Net daemon({s.board.path()});
+        if (remote)
+            s.port = daemon.rfc2217();
+        s.files.setFastTransfers(fast);
+        if (!s.open())
+            return -1.0;
+        QElapsedTimer t;
+        t.start();
+        return s.files.upload(big, QStringLiteral("/big.bin")) ? kBigFile / seconds(t) : -1.0;
+    };
+    const QString group = QStringLiteral("remote");
+    figure(out, group, QStringLiteral("rfc2217_upload_Bps"), timedUpload(true, false), 0, QStringLiteral("B/s"),
+           QStringLiteral("upload of 200 kB through ser2net's RFC 2217 port on the loopback, unpaced, default mode"));
+    figure(out, group, QStringLiteral("rfc2217_upload_fast_Bps"), timedUpload(true, true), 0, QStringLiteral("B/s"),
+           QStringLiteral("the same with fast transfers"));
+    figure(out, group, QStringLiteral("pty_upload_Bps"), timedUpload(false, false), 0, QStringLiteral("B/s"),
+           QStringLiteral("the same upload on the board's own pty, default mode, for comparison"));
+    const QString root = dir.filePath(QStringLiteral("remote-many"));
+    writeProject(root, 10, 0);
+    const double one = timedManySync(root, 1, true);
+    const double three = timedManySync(root, 3, true);
+    if (one <= 0 || three <= 0) {
+        out << "remote: a pelkam-cli sync failed\n";
+        return;
+    }
+    figure(out, group, QStringLiteral("remote_three_boards_ratio"), three / one, 2, QStringLiteral("x"),
+           QStringLiteral("first sync of a 10-file project onto three boards behind ser2net at once, against one "
+                          "(goal: at most 1.3)"));
+}
+
 int main(int argc, char* argv[])
 {
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -708,7 +753,8 @@ int main(int argc, char* argv[])
     const int only = args.indexOf(QStringLiteral("--only"));
     const QString group = only >= 0 ? args.value(only + 1) : QString();
     const QStringList groups{QStringLiteral("transfer"), QStringLiteral("sync"),   QStringLiteral("packages"),
-                             QStringLiteral("webrepl"),  QStringLiteral("editor"), QStringLiteral("terminal")};
+                             QStringLiteral("webrepl"),  QStringLiteral("remote"), QStringLiteral("editor"),
+                             QStringLiteral("terminal")};
     if (only >= 0 && !groups.contains(group)) {
         QTextStream(stderr) << "pelkam-benchmark: --only takes one of " << groups.join(QStringLiteral(", ")) << '\n';
         return 2;
@@ -726,6 +772,8 @@ int main(int argc, char* argv[])
         measurePackages(dir, out);
     if (wanted("webrepl"))
         measureWebRepl(dir, out);
+    if (wanted("remote"))
+        measureRemote(dir, out);
     if (wanted("editor"))
         measureEditor(out);
     if (wanted("terminal")) {
