@@ -50,6 +50,7 @@ private slots:
     void windowWorkflows_data() { transfers_data(); }
     void windowWorkflows();
     void boardFileProtocol();
+    void uploadsThroughFileProtocol();
 };
 
 void TestWebRepl::loginAndOneClient()
@@ -163,6 +164,8 @@ void TestWebRepl::transfers()
     QCOMPARE(listed.at(0).toObject().value(QStringLiteral("n")).toString(), QStringLiteral("moved.bin"));
     QVERIFY(s.files.remove(QStringLiteral("/sub/moved.bin"), false));
     QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/sub/moved.bin")));
+    // Fast uploads skip the REPL: the board's file protocol writes our temporary.
+    QCOMPARE(s.board.log().contains(QStringLiteral("WebREPL put /sub") + name + QStringLiteral(".pelkam-tmp")), fast);
     // Scripts of several kB and every chunk went in without overflowing
     // the board's input buffer.
     QVERIFY2(!s.board.log().contains(QStringLiteral("input overflow")), qPrintable(s.board.log()));
@@ -308,7 +311,7 @@ void TestWebRepl::frameMarker()
     frame('\x01', QByteArrayLiteral("ab"), '\x02');                    // a text frame to be continued
     frame('\x80', QByteArrayLiteral("\x81\x01"), '\x80');              // its continuation
     frame('\x89', QByteArrayLiteral("ping"), '\x89');                  // control frames pass
-    frame('\x82', QByteArrayLiteral("binary"), '\x82');
+    frame('\x82', QByteArrayLiteral("WB\0\0"), '\x81');              // a file protocol answer
     frame('\x81', QByteArray(70000, 'x'), '\x82');                     // 64-bit length
     frame('\x88', QByteArrayLiteral("\x03\xe8"), '\x88');              // close
     for (int piece : {1, 2, 3, 7, 130, int(in.size())}) {
@@ -590,6 +593,60 @@ void TestWebRepl::boardFileProtocol()
     text.clear();
     ws.sendTextMessage(QStringLiteral("print(6*7)\r"));
     QVERIFY(waitFor([&] { return text.contains("42"); }));
+
+    // A put whose file cannot be opened ends WebREPL, as a raising read does.
+    request(1, "/no/such/dir.bin", 10);
+    QTest::qWait(500);
+    text.clear();
+    ws.sendTextMessage(QStringLiteral("print(6*7)\r"));
+    QTest::qWait(1000);
+    QVERIFY(binary.isEmpty() && !text.contains("42"));
+}
+
+void TestWebRepl::uploadsThroughFileProtocol()
+{
+    // Each byte value, and runs of what the REPL and Telnet treat specially.
+    QByteArray data;
+    for (int i = 0; i < 256; ++i)
+        data += static_cast<char>(i);
+    for (const char c : {'\x03', '\x04', '\r', '\n', '\xff'})
+        data += QByteArray(300, c);
+    {
+        BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--flash-size", "16384"},
+                       {{"keep.bin", "old"}});
+        s.password = QString::fromLatin1(kPassword);
+        s.files.setFastTransfers(true);
+        QVERIFY(s.open());
+        QTemporaryDir pc;
+        QVERIFY(s.files.upload(writeFile(pc.filePath(QStringLiteral("a.bin")), data), QStringLiteral("/keep.bin")));
+        s.board.dump();
+        QCOMPARE(s.board.readFile(QStringLiteral("keep.bin")), data);
+        // Too big for the flash: refused before any data, the old file whole.
+        const QByteArray big(40000, 'b');
+        QVERIFY(!s.files.upload(writeFile(pc.filePath(QStringLiteral("big.bin")), big), QStringLiteral("/keep.bin")));
+        QVERIFY2(s.log.join('\n').contains(QStringLiteral("Not enough room on the board")), qPrintable(s.log.join('\n')));
+        // A missing folder: said in words, and WebREPL lives on.
+        QVERIFY(!s.files.upload(pc.filePath(QStringLiteral("a.bin")), QStringLiteral("/no/a.bin")));
+        QVERIFY(!s.board.log().contains(QStringLiteral("deactivating")));
+        QVERIFY(s.files.mc_direxists(QStringLiteral("/")));
+        s.board.dump();
+        QCOMPARE(s.board.readFile(QStringLiteral("keep.bin")), data);
+    }
+    // A board without the file protocol: the REPL carries the file, and the
+    // Syslog says so once for the connection.
+    BoardSession s(QStringLiteral("esp32"), served() + QStringList{"--no-file-protocol"});
+    s.password = QString::fromLatin1(kPassword);
+    s.files.setFastTransfers(true);
+    QVERIFY(s.open());
+    QTemporaryDir pc;
+    const QString local = writeFile(pc.filePath(QStringLiteral("a.bin")), data);
+    QVERIFY(s.files.upload(local, QStringLiteral("/a.bin")));
+    QVERIFY(s.files.upload(local, QStringLiteral("/b.bin")));
+    s.board.dump();
+    QCOMPARE(s.board.readFile(QStringLiteral("a.bin")), data);
+    QCOMPARE(s.board.readFile(QStringLiteral("b.bin")), data);
+    QCOMPARE(s.log.filter(QStringLiteral("file protocol failed")).size(), 1);
+    QVERIFY(!QFileInfo::exists(s.board.dump() + QStringLiteral("/a.bin.pelkam-tmp")));
 }
 
 QTEST_MAIN(TestWebRepl)

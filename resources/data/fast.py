@@ -43,21 +43,45 @@ def _fbk(q,w,z):
   x=q[2:n+2];q=q[n+2:]
   w.write(x if s else _D(io.BytesIO(x),_R,12).read())
  return q
+def _fpl(f,fn):
+ d=_fdir(f);_fcln(d);r=_fst(f)==0x8000;p=f+_T;x='';u=0
+ try:v=os.statvfs(d);k=v[0];u=k*v[3]<(fn//k+3)*k
+ except (OSError,AttributeError):pass
+ if u:
+  if r and k*v[3]+os.stat(f)[6]//k*k>=(fn//k+3)*k:p=f;x=' in place'
+  else:p=''
+ return p,r,x
+def _fvf(f,p,r,fn,ft,b):
+ m=memoryview(b);g=0;v=0
+ with open(p,'rb') as y:
+  while 1:
+   k=y.readinto(b)
+   if not k:break
+   g+=k;v+=sum(m[:k])
+ if g!=fn or v&0xFFFFFFFF!=ft:return 'Inv file {} {}'.format(g,v)
+ if p!=f:
+  with _fw():
+   if r:
+    os.rename(p,f+_V);p=f+_V
+    try:os.rename(p,f)
+    except OSError:
+     if _fst(f):os.remove(f)
+     os.rename(p,f)
+   else:os.rename(p,f)
+ return ''
+def _frm(p):
+ try:
+  with _fw():os.remove(p)
+ except OSError:pass
 def _fup(f,c,z,fn,ft):
- s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout;tp=f+_T;p=tp;ok=0;w=None;x=''
+ s=0x38;e='';i=sys.stdin.buffer;o=sys.stdout;p='';ok=0;w=None;x=''
  try:
   a=i.read(11)
   if len(a)<11 or a[0]!=33:
    s=0x31;e='Inv size packet {}'.format(a);raise StopIteration
   n=int(a[1:]);b=bytearray(1024+c);m=memoryview(b);h=0;t=0;q=b''
-  d=_fdir(f);_fcln(d)
-  r=_fst(f)==0x8000
-  try:
-   v=os.statvfs(d);k=v[0];u=k*v[3]<(fn//k+3)*k
-   if u:
-    if r and k*v[3]+os.stat(f)[6]//k*k>=(fn//k+3)*k:p=f;x=' in place'
-    else:s=0x38;e='[Errno 28] ENOSPC';raise StopIteration
-  except (OSError,AttributeError):pass
+  p,r,x=_fpl(f,fn)
+  if not p:s=0x38;e='[Errno 28] ENOSPC';raise StopIteration
   with _fw():
    w=open(p,'wb')
    if not n:w.close()
@@ -78,30 +102,24 @@ def _fup(f,c,z,fn,ft):
   elif t&0xFFFFFFFF!=int(a[1:]):s=0x34;e='Inv csum {}'.format(t)
   elif q:s=0x35;e='Inv block'
   else:
-   g=0;v=0
-   with open(p,'rb') as y:
-    while 1:
-     k=y.readinto(b)
-     if not k:break
-     g+=k;v+=sum(m[:k])
-   if g!=fn or v&0xFFFFFFFF!=ft:
-    s=0x35;e='Inv file {} {}'.format(g,v)
-   elif p!=f:
-    with _fw():
-     if r:
-      os.rename(p,f+_V);p=f+_V
-      try:os.rename(p,f)
-      except OSError:
-       if _fst(f):os.remove(f)
-       os.rename(p,f)
-     else:os.rename(p,f)
-   if s==0x38:ok=1;s=0x30;e=x
+   e=_fvf(f,p,r,fn,ft,b)
+   if e:s=0x35
+   else:ok=1;s=0x30;e=x
  except StopIteration:pass
  except Exception as y:e=str(y)
  finally:
   if w:w.close()
-  if not ok and p==tp:
-   try:
-    with _fw():os.remove(tp)
-   except OSError:pass
+  if not ok and p==f+_T:_frm(p)
  o.write('#'+chr(s)+e)
+def _fwa(f,fn):
+ global _W
+ p,r,x=_fpl(f,fn);_W=(f,p,r,x)
+ if not p:sys.stdout.write('#8[Errno 28] ENOSPC');return
+ with _fw():open(p,'wb').close()
+ sys.stdout.write('#0'+p)
+def _fwb(fn,ft):
+ f,p,r,x=_W;e=''
+ try:e=_fvf(f,p,r,fn,ft,bytearray(1024))
+ except Exception as y:e=str(y)
+ if e and p!=f:_frm(p)
+ sys.stdout.write('#5'+e if e else '#0'+x)

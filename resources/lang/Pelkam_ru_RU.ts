@@ -281,6 +281,10 @@
         <source>unknown</source>
         <translation>неизвестно</translation>
     </message>
+    <message>
+        <source>WebREPL&apos;s file protocol failed (%1): files go through the REPL until the next connection</source>
+        <translation>Файловый протокол WebREPL не сработал (%1): до следующего подключения файлы идут через REPL</translation>
+    </message>
 </context>
 <context>
     <name>BoardLink</name>
@@ -1534,6 +1538,22 @@ If not, it will be uploaded to
     <message>
         <source>DFU is not possible over WebREPL: connect the board with a USB cable</source>
         <translation>DFU невозможен через WebREPL: подключите плату кабелем USB</translation>
+    </message>
+    <message>
+        <source>the path is too long for WebREPL&apos;s file protocol</source>
+        <translation>путь слишком длинный для файлового протокола WebREPL</translation>
+    </message>
+    <message>
+        <source>the board does not answer WebREPL&apos;s file protocol</source>
+        <translation>плата не отвечает на файловый протокол WebREPL</translation>
+    </message>
+    <message>
+        <source>the board refused the file (status %1)</source>
+        <translation>плата отказалась принять файл (код %1)</translation>
+    </message>
+    <message>
+        <source>no answer from the board after the file&apos;s data</source>
+        <translation>нет ответа платы после данных файла</translation>
     </message>
 </context>
 <context>

@@ -58,6 +58,7 @@ BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_li
     initBoardScripts();
     connect(&m_link, &BoardLink::connectionOpened, this, [this] {
         m_deflateFailed = false;
+        m_noFileProtocol = false;
         forgetScripts();
     });
     connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);

@@ -190,6 +190,11 @@ private:
     // The fast upload's call; *text gets what is to be sent (deflated where it pays).
     QString fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text, bool* deflated);
     bool fastMkdir(const QString& path);
+    // A fast upload whose data skips the REPL, through the transport's own
+    // file protocol (WebREPL): 1 uploaded, 0 failed (the board is gone), -1
+    // when the REPL's way is to carry it (no such protocol, a long path, a
+    // copy that came out wrong, any refusal the REPL's way will explain).
+    int fastPut(const QByteArray& raw, const QString& target);
     // Logs a failed upload: the board's reason, in words, where it gave one.
     void logUploadFailure(const QString& target, bool fast, const QString& failure);
     void log(const QString& text) { emit logLine(text); }
@@ -213,6 +218,9 @@ private:
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
     bool m_deflateFailed = false; // inflating ran out of memory in this connection
+    // How fast a slow board reads its fresh copy back to check it.
+    static constexpr int kVerifyBytesPerMs = 20;
+    bool m_noFileProtocol = false; // the board did not answer it in this connection
     QByteArray m_lastCallError;   // the error text of the last raw call
     quint64 m_restarts = 0;       // restarts seen in the board's output
     quint64 m_callSince = 0;      // m_restarts when the current fast call began

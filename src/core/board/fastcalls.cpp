@@ -267,6 +267,44 @@ QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target,
         .arg(byteSum(raw));
 }
 
+int BoardFiles::fastPut(const QByteArray& raw, const QString& target)
+{
+    if (!m_link.canPutFiles() || m_noFileProtocol)
+        return -1;
+    // The fast script picks the temporary (or the file itself, when only
+    // that fits) and creates it, so the board's file protocol never fails to open it.
+    bool ok = false;
+    const QString place = QStringLiteral("_fwa(%1, %2)").arg(pyString(target)).arg(raw.size());
+    const QByteArray placed = fastCall(place.toLatin1(), kFastCallTimeoutMs + kPerFileMs, &ok);
+    if (!ok || !placed.startsWith("#0"))
+        return -1;
+    const QByteArray path = placed.mid(2);
+    if (path.size() > m_link.putPathLimit())
+        return -1;
+    QString error;
+    emit progressStarted(raw.size());
+    const bool sent = m_link.putFile(path, raw, &error);
+    emit progressFinished();
+    if (!sent) {
+        if (!m_link.isOpen())
+            return 0;
+        log(tr("WebREPL's file protocol failed (%1): files go through the REPL until the next connection")
+                .arg(error));
+        m_noFileProtocol = true;
+        resync();
+        return -1;
+    }
+    emit fileProgress(raw.size(), raw.size());
+    // The board answers "done" even when a write failed: its copy is read back.
+    const QString check = QStringLiteral("_fwb(%1, %2)").arg(raw.size()).arg(byteSum(raw));
+    m_lastReply = fastCall(check.toLatin1(), kFastCallTimeoutMs + raw.size() / kVerifyBytesPerMs, &ok);
+    if (ok && m_lastReply.startsWith("#0"))
+        return 1;
+    if (!m_link.isOpen())
+        return 0;
+    return -1;
+}
+
 bool BoardFiles::fastMkdir(const QString& path)
 {
     // One call for every missing folder of the path, in the raw REPL.

@@ -20,8 +20,6 @@ constexpr int kBeforeChecksumMs = 400;
 constexpr int kAckTimeoutMs = 1000;
 constexpr int kIdleStepMs = 200;
 constexpr int kIdleLimit = 10;
-// How fast a slow board reads its fresh copy back to check it.
-constexpr int kVerifyBytesPerMs = 20;
 
 QString hexUpper(const QByteArray& bytes)
 {
@@ -86,7 +84,10 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     m_fileSize = raw.size();
     emit fileOpsEnableRequested(false);
     const int chunk = fast ? m_link.fastChunkSize() : m_link.chunkSize();
-    for (int attempt = 0;; ++attempt) {
+    const int direct = fast ? fastPut(raw, target) : -1;
+    if (direct == 0)
+        return false;
+    for (int attempt = 0; direct < 0; ++attempt) {
         QByteArray text;
         QString call;
         bool deflated = false;

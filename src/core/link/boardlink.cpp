@@ -105,6 +105,21 @@ bool BoardLink::refusedForGood() const
     return m_transport && m_transport->refusedForGood();
 }
 
+bool BoardLink::canPutFiles() const
+{
+    return m_transport->canPutFiles();
+}
+
+int BoardLink::putPathLimit() const
+{
+    return m_transport->putPathLimit();
+}
+
+bool BoardLink::putFile(const QByteArray& path, const QByteArray& data, QString* error)
+{
+    return m_transport->putFile(path, data, error);
+}
+
 bool BoardLink::isOpen() const
 {
     return m_transport->isOpen();

@@ -51,6 +51,10 @@ public:
     bool pasteCommands() const { return m_pasteCommands; }
 
     bool write(const QByteArray& data);
+    // Files beside the console, where the transport can carry them (WebREPL).
+    bool canPutFiles() const;
+    int putPathLimit() const;
+    bool putFile(const QByteArray& path, const QByteArray& data, QString* error);
     // write() for what the user types at a running board: its echo is not
     // the board's own output (boardOutput skips it).
     bool type(const QByteArray& data);

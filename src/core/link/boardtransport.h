@@ -42,6 +42,21 @@ public:
         Q_UNUSED(serialNumber)
         return lastName;
     }
+    // Whether files can travel beside the console, as WebREPL's file
+    // protocol carries them.
+    virtual bool canPutFiles() const { return false; }
+    // The longest board path (in bytes) such a request carries.
+    virtual int putPathLimit() const { return 0; }
+    // Writes data to the board file path that way: true once the board
+    // said it was done (it says so even when a write failed: check the
+    // file). May run a nested event loop; *error says why not.
+    virtual bool putFile(const QByteArray& path, const QByteArray& data, QString* error)
+    {
+        Q_UNUSED(path)
+        Q_UNUSED(data)
+        *error = QStringLiteral("not supported");
+        return false;
+    }
     // Why the board cannot be put into DFU mode this way; empty when it can.
     virtual QString dfuRefusal() const { return {}; }
 

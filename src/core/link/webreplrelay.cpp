@@ -65,8 +65,9 @@ QByteArray WebReplRelay::FrameMarker::mark(const QByteArray& data)
             for (int b = 0; b < lengthBytes; ++b)
                 length = (length << 8) | static_cast<unsigned char>(m_header.at(2 + b));
         }
-        if ((m_header.at(0) & kOpcodeMask) == kOpcodeText)
-            m_header[0] = char((m_header.at(0) & ~kOpcodeMask) | kOpcodeBinary);
+        const char opcode = m_header.at(0) & kOpcodeMask;
+        if (opcode == kOpcodeText || opcode == kOpcodeBinary)
+            m_header[0] = char((m_header.at(0) & ~kOpcodeMask) | (opcode == kOpcodeText ? kOpcodeBinary : kOpcodeText));
         out += m_header;
         m_header.clear();
         m_payload = length;

@@ -31,7 +31,9 @@ public:
     void close();
 
     // Rewrites a stream of server frames (after the HTTP answer) in place:
-    // text frames become binary frames, nothing else changes. Exposed for tests.
+    // text frames (the console) become binary frames, and binary frames (the
+    // answers of WebREPL's file protocol, plain ASCII) become text frames;
+    // nothing else changes. Exposed for tests.
     class FrameMarker {
     public:
         // Returns data with every text frame's opcode set to binary; keeps

@@ -3,6 +3,7 @@
 #include "webreplrelay.h"
 
 #include <QAbstractSocket>
+#include <QElapsedTimer>
 #include <QEventLoop>
 #include <QTimer>
 #include <QWebSocket>
@@ -16,6 +17,20 @@ const QByteArray kDenied = QByteArrayLiteral("Access denied");
 // The board's greeting ends with a prompt of its own making: the board may
 // be running a program, so it is not passed on.
 const QByteArray kFakePrompt = QByteArrayLiteral(">>> ");
+// WebREPL's file protocol (MicroPython's extmod/modwebrepl.c): an 82-byte
+// request, the data in binary frames, and a 4-byte answer ("WB", a 16-bit
+// status) once the file is open and once it is written.
+const QByteArray kRequest = QByteArrayLiteral("WA");
+const QByteArray kAnswer = QByteArrayLiteral("WB");
+constexpr char kPutFile = 1;
+constexpr int kNameField = 64;
+constexpr int kAnswerBytes = 4;
+constexpr int kPutFrame = 1024;
+// A board without the protocol never answers; one with it answers at once.
+constexpr int kOpenAnswerMs = 3000;
+// The data may take this long plus a millisecond for every kSlowestBytesPerMs.
+constexpr int kWrittenBaseMs = 5000;
+constexpr int kSlowestBytesPerMs = 2;
 } // namespace
 
 WebReplTransport::WebReplTransport(QObject* parent) : BoardTransport(parent) {}
@@ -87,6 +102,8 @@ bool WebReplTransport::open()
             [this](QAbstractSocket::SocketError error) { m_socketError = error; });
     // The relay marks the board's text messages binary: they arrive as bytes.
     connect(socket, &QWebSocket::binaryMessageReceived, this, &WebReplTransport::received);
+    // The relay turns the board's binary frames, the file protocol's answers, into text.
+    connect(socket, &QWebSocket::textMessageReceived, this, &WebReplTransport::fileAnswer);
     connect(socket, &QWebSocket::disconnected, this, &WebReplTransport::socketGone);
 
     QEventLoop loop;
@@ -225,6 +242,77 @@ bool WebReplTransport::send(const QByteArray& data)
         return false;
     m_socket->flush();
     return m_open;
+}
+
+void WebReplTransport::fileAnswer(const QString& text)
+{
+    m_fileAnswers += text.toLatin1();
+    if (m_answerLoop)
+        m_answerLoop->quit();
+}
+
+int WebReplTransport::awaitAnswer(int timeoutMs)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (m_fileAnswers.size() < kAnswerBytes && m_open) {
+        const int left = timeoutMs - static_cast<int>(timer.elapsed());
+        if (left <= 0)
+            return -1;
+        QEventLoop loop;
+        QTimer::singleShot(left, &loop, &QEventLoop::quit);
+        connect(this, &BoardTransport::dropped, &loop, &QEventLoop::quit);
+        m_answerLoop = &loop;
+        loop.exec();
+        m_answerLoop = nullptr;
+    }
+    if (m_fileAnswers.size() < kAnswerBytes || !m_fileAnswers.startsWith(kAnswer))
+        return -1;
+    const int status = static_cast<unsigned char>(m_fileAnswers.at(2)) | static_cast<unsigned char>(m_fileAnswers.at(3)) << 8;
+    m_fileAnswers.remove(0, kAnswerBytes);
+    return status;
+}
+
+bool WebReplTransport::putFile(const QByteArray& path, const QByteArray& data, QString* error)
+{
+    if (!m_open || !m_socket) {
+        *error = tr("The WebREPL connection closed");
+        return false;
+    }
+    if (path.isEmpty() || path.size() > kMaxPutPath || path.contains('\0')) {
+        *error = tr("the path is too long for WebREPL's file protocol");
+        return false;
+    }
+    QByteArray request = kRequest;
+    request += kPutFile;
+    request += '\0'; // flags
+    request += QByteArray(8, '\0'); // offset
+    const auto size = static_cast<quint32>(data.size());
+    for (int shift = 0; shift < 32; shift += 8)
+        request += static_cast<char>((size >> shift) & 0xff);
+    request += static_cast<char>(path.size() & 0xff);
+    request += static_cast<char>(path.size() >> 8);
+    request += path.leftJustified(kNameField, '\0', true);
+    m_fileAnswers.clear();
+    m_socket->sendBinaryMessage(request);
+    m_socket->flush();
+    // The data goes only once the board has the file open.
+    const int opened = awaitAnswer(kOpenAnswerMs);
+    if (opened != 0) {
+        *error = opened < 0 ? tr("the board does not answer WebREPL's file protocol")
+                            : tr("the board refused the file (status %1)").arg(opened);
+        return false;
+    }
+    for (int at = 0; at < data.size() && m_open; at += kPutFrame)
+        m_socket->sendBinaryMessage(data.mid(at, kPutFrame));
+    m_socket->flush();
+    const int written = awaitAnswer(kWrittenBaseMs + data.size() / kSlowestBytesPerMs);
+    if (written != 0) {
+        *error = written < 0 ? tr("no answer from the board after the file's data")
+                             : tr("the board refused the file (status %1)").arg(written);
+        return false;
+    }
+    return true;
 }
 
 QByteArray WebReplTransport::readAll()

@@ -40,9 +40,18 @@ public:
     int inputWindow() const override { return kInputWindow; }
     bool refusedForGood() const override { return m_refusedForGood; }
     QString dfuRefusal() const override;
+    // The longest board path a put request carries (its name field holds 64
+    // bytes with the terminating zero).
+    static constexpr int kMaxPutPath = 63;
+    bool canPutFiles() const override { return m_open; }
+    int putPathLimit() const override { return kMaxPutPath; }
+    bool putFile(const QByteArray& path, const QByteArray& data, QString* error) override;
 
 private:
     void received(const QByteArray& data);
+    void fileAnswer(const QString& text);
+    // The next file protocol status, or -1 when none came in time.
+    int awaitAnswer(int timeoutMs);
     void socketGone();
     void endLogin(int result);
 
@@ -53,6 +62,7 @@ private:
     QString m_error;
     QByteArray m_login; // what the board said before the login ended
     QByteArray m_pending;
+    QByteArray m_fileAnswers; // what the file protocol answered, not yet read
     bool m_open = false;
     bool m_loggingIn = false;
     bool m_refusedForGood = false;
@@ -60,4 +70,5 @@ private:
     bool m_passwordSent = false;
     int m_socketError = -1;
     class QEventLoop* m_loginLoop = nullptr;
+    class QEventLoop* m_answerLoop = nullptr;
 };

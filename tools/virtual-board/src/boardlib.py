@@ -379,10 +379,27 @@ def _vb_boot():
 
 # WebREPL's file protocol writes and reads through the board's own open().
 # The board answers status 0 whatever happens to a put, so its errors vanish.
-def _vb_wa_put(name):
+def _vb_wa_open(name):
     try:
-        with open(name, "wb") as f:
-            f.write(binascii.unhexlify(js.vbWa.hex))
+        open(name, "wb").close()
+    except OSError as e:
+        _host.fileDone("", "OSError: %s" % e)
+
+
+def _vb_wa_put(name):
+    # The C module writes each piece it reads and ignores a failed write.
+    data = binascii.unhexlify(js.vbWa.hex)
+    try:
+        f = open(name, "wb")
+    except Exception:
+        return
+    for at in range(0, len(data), 511):
+        try:
+            f.write(data[at:at + 511])
+        except Exception:
+            pass
+    try:
+        f.close()
     except Exception:
         pass
 

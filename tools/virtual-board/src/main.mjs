@@ -58,6 +58,8 @@ const USAGE = `usage: virtual-board [options]
                           127.0.0.1); tests take another one to cut it off
   --password PW           the WebREPL password (default "pelkam"); at most 9 bytes,
                           as webrepl_setup refuses a longer one
+  --no-file-protocol      WebREPL without its binary file protocol: binary frames
+                          are read as nothing (a board built without it)
   --cut-characters        send each byte of a non-ASCII character over WebREPL in a
                           message of its own, as a program writing them apart does
   --reject-before-handshake
@@ -115,6 +117,7 @@ function parseArgs(argv) {
     webrepl: -1,
     password: "pelkam",
     webreplHost: "127.0.0.1",
+    noFileProtocol: false,
   };
   const num = (v, name) => {
     const n = Number(v);
@@ -160,6 +163,7 @@ function parseArgs(argv) {
       case "--bridge": o.bridge = true; break;
       case "--webrepl": o.webrepl = num(v(), a); break;
       case "--webrepl-host": o.webreplHost = v(); break;
+      case "--no-file-protocol": o.noFileProtocol = true; break;
       case "--password":
         o.password = v();
         if (Buffer.byteLength(o.password) > 9) fail("--password: a board keeps at most 9 bytes of its WebREPL password");
@@ -664,6 +668,8 @@ function fileOpDone(client, state) {
 }
 
 function onFileBytes(client, buf) {
+  // A board built without the file protocol reads binary frames as nothing.
+  if (opts.noFileProtocol) return;
   const f = client.file;
   let off = 0;
   while (off < buf.length) {
@@ -711,13 +717,24 @@ function startFileOp(client) {
   if (type === kFileVersion) {
     client.ws.send(Buffer.from(kVersion), { binary: true });
   } else if (type === kFilePut) {
-    // Status 0 at once and again at the end, whether the write worked or not.
-    fileAnswer(client, 0);
-    f.state = "put";
-    f.name = name;
-    f.left = size;
-    f.data = [];
-    if (size === 0) finishPut(client);
+    // As the C module: the file is opened (truncated) first; an open that
+    // raises ends WebREPL as a failing read does. Then status 0, the data,
+    // and status 0 again whether the writes worked or not.
+    log(`WebREPL put ${name} (${size} bytes)`);
+    f.state = "busy";
+    askBoard("open", name).then((m) => {
+      if (m.error) {
+        client.deactivated = true;
+        onBoardBytes(Buffer.from(`dupterm: Exception in read() method, deactivating: ${m.error}\r\n`));
+        return;
+      }
+      fileAnswer(client, 0);
+      f.name = name;
+      f.left = size;
+      f.data = [];
+      if (size === 0) finishPut(client);
+      else fileOpDone(client, "put");
+    });
   } else if (type === kFileGet) {
     f.state = "busy";
     askBoard("get", name).then((m) => {
