@@ -119,6 +119,7 @@ private slots:
     void installAndSync();
     void mirrorAndIgnore();
     void watch();
+    void quickCommands();
     void manyBoards();
     void backupAndRestore_data();
     void backupAndRestore();
@@ -256,6 +257,37 @@ void TestCli::watch()
     QCOMPARE(p.exitStatus(), QProcess::NormalExit);
     QCOMPARE(p.exitCode(), 143);
     QCOMPARE(files(board.dump() + "/app"), (QMap<QString, QByteArray>{{"main.py", "v2"}, {"lib/new.py", "new"}}));
+}
+
+// ls and exec go straight into the raw REPL with fast transfers: they must
+// still stop a program that prints without end, list exactly what the full
+// way lists, and leave our temporaries to the full way to tidy.
+void TestCli::quickCommands()
+{
+    VirtualBoard board(QStringLiteral("esp32"), {},
+                       {{"main.py", "import time\nwhile 1:\n print('tick')\n time.sleep(0.01)\n"},
+                        {"lib/a.py", "aa"},
+                        {"lib/b.py.pelkam-tmp", "half"},
+                        {"lib/sub/", {}}});
+    QVERIFY(board.isRunning());
+    const QStringList port{"--port", board.path()};
+    const QString script = writeFile(m_dir.filePath("q.py"), "print(6*7)\n");
+    for (int round = 0; round < 2; ++round) {
+        Run r = cli(port + QStringList{"exec", script});
+        QVERIFY2(r.code == 0 && r.out == "42\n", r.err.constData());
+        r = cli(port + QStringList{"ls", "/"});
+        QVERIFY2(r.code == 0, r.err.constData());
+        QCOMPARE(r.out, QByteArray("d lib\nf 54 main.py\n"));
+        r = cli(port + QStringList{"ls", "/lib"});
+        QVERIFY2(r.code == 0, r.err.constData());
+        QCOMPARE(r.out, QByteArray("d sub\nf 2 a.py\n"));
+        QCOMPARE(cli(port + QStringList{"--no-fast", "ls", "/lib"}).out, QByteArray("d sub\nf 2 a.py\n"));
+        QCOMPARE(cli(port + QStringList{"ls", "/none"}).code, 1);
+        // The program runs again from the next start: a reset between rounds.
+        board.hardReset();
+    }
+    board.dump();
+    QVERIFY(!QFileInfo::exists(board.dump() + "/lib/b.py.pelkam-tmp"));
 }
 
 void TestCli::manyBoards()

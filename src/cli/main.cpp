@@ -229,20 +229,37 @@ int cmdInfo(Context& c)
     return kExitOk;
 }
 
-int cmdLs(Context& c)
+void printListing(Context& c, const QJsonArray& dirs, const QJsonArray& files)
 {
-    const QString dir = c.args.value(0);
-    if (!c.files.mc_direxists(dir)) {
-        c.err << "No such board folder: " << dir << '\n';
-        return kExitFailed;
-    }
-    for (const QJsonValue& v : c.files.mc_lsdir(dir, MC_LIST_DIRS))
+    for (const QJsonValue& v : dirs)
         c.out << "d " << v.toObject().value(QStringLiteral("n")).toString() << '\n';
-    for (const QJsonValue& v : c.files.mc_lsdir(dir, MC_LIST_FILES)) {
+    for (const QJsonValue& v : files) {
         const QJsonObject o = v.toObject();
         c.out << "f " << o.value(QStringLiteral("s")).toInt(-1) << ' ' << o.value(QStringLiteral("n")).toString()
               << '\n';
     }
+}
+
+int cmdLs(Context& c)
+{
+    const QString dir = c.args.value(0);
+    QJsonArray dirs;
+    QJsonArray files;
+    bool exists = false;
+    if (c.files.fastTransfers() && c.files.listQuickly(dir, &dirs, &files, &exists)) {
+        if (!exists) {
+            c.err << "No such board folder: " << dir << '\n';
+            return kExitFailed;
+        }
+        printListing(c, dirs, files);
+        return kExitOk;
+    }
+    if (!c.files.mc_direxists(dir)) {
+        c.err << "No such board folder: " << dir << '\n';
+        return kExitFailed;
+    }
+    dirs = c.files.mc_lsdir(dir, MC_LIST_DIRS);
+    printListing(c, dirs, c.files.mc_lsdir(dir, MC_LIST_FILES));
     return kExitOk;
 }
 
@@ -422,6 +439,7 @@ bool reconnect(Context& c)
 {
     if (!c.link.doConnect())
         return false;
+    QCoreApplication::processEvents();
     if (c.link.mc_stop(true) != MC_STOPPED) {
         c.link.connectionClosed();
         return false;
@@ -505,20 +523,23 @@ struct Command {
     std::function<int(Context&)> run;
     int localArg = -1; // the argument that names a local path written to
     bool localIsFolder = false;
+    // Needs no board type and, with fast transfers, goes straight into the
+    // raw REPL: a command a script may call in a loop.
+    bool quick = false;
 };
 
 const QHash<QString, Command>& commands()
 {
     static const QHash<QString, Command> table{
         {QStringLiteral("info"), {0, cmdInfo}},
-        {QStringLiteral("ls"), {1, cmdLs}},
+        {QStringLiteral("ls"), {1, cmdLs, -1, false, true}},
         {QStringLiteral("get"), {2, cmdGet, 1, false}},
         {QStringLiteral("put"), {2, cmdPut}},
         {QStringLiteral("rm"), {1, [](Context& c) { return cmdRemove(c, false); }}},
         {QStringLiteral("rmdir"), {1, [](Context& c) { return cmdRemove(c, true); }}},
         {QStringLiteral("mkdir"), {1, cmdMkdir}},
         {QStringLiteral("hash"), {1, cmdHash}},
-        {QStringLiteral("exec"), {1, cmdExec}},
+        {QStringLiteral("exec"), {1, cmdExec, -1, false, true}},
         {QStringLiteral("install"), {1, cmdInstall}},
         {QStringLiteral("sync"), {2, cmdSync}},
         {QStringLiteral("watch"), {2, cmdWatch}},
@@ -676,18 +697,23 @@ int main(int argc, char* argv[])
         QTimer::singleShot(kStopCloseMs, &link, [&link] { link.connectionClosed(); });
     });
     const auto stopped = [] { return kExitSignalBase + stopSignal(); };
+    // The board is stopped below, once: not again from inside that stop's waits.
+    link.setStopOnConnect(false);
     if (!link.doConnect()) {
         sink.release();
         return stopRequested() ? stopped() : kExitFailed;
     }
-    // Stop the board's program as the window does on connect.
-    if (link.mc_stop(true) != MC_STOPPED) {
+    QCoreApplication::processEvents();
+    // Stop the board's program as the window does on connect; a quick
+    // command in fast mode interrupts it on the way into the raw REPL.
+    const bool quick = entry.quick && files.fastTransfers();
+    if (!(quick && link.enterRawQuickly()) && link.mc_stop(true) != MC_STOPPED) {
         sink.release();
         err << "MC is not responding\n";
         return stopRequested() ? stopped() : kExitFailed;
     }
     QCoreApplication::processEvents();
-    if (!parser.isSet(QStringLiteral("type")) && !stopRequested())
+    if (!parser.isSet(QStringLiteral("type")) && !entry.quick && !stopRequested())
         learnBoardType(context);
 
     int status = stopRequested() ? kExitFailed : entry.run(context);
@@ -701,6 +727,9 @@ int main(int argc, char* argv[])
         err << "Stopped\n" << Qt::flush;
         status = status == kExitOk || status == kExitFailed ? stopped() : status;
     }
+    // Back to the friendly REPL, not waited for: a terminal opened next finds its prompt.
+    if (quick && link.isOpen() && link.state() == MC_RAW)
+        link.write(QByteArray(1, '\x02'));
     link.connectionClosed();
     return status;
 }

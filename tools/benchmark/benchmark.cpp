@@ -28,6 +28,7 @@
 #include <QTextStream>
 #include <QTimer>
 
+#include <algorithm>
 #include <cmath>
 #include <memory>
 #include <sys/resource.h>
@@ -457,8 +458,43 @@ void measureFastUploads(const QTemporaryDir& dir, QTextStream& out)
            QStringLiteral("upload of 100 kB of random data with fast transfers, share of the ceiling (goal: 95)"));
 }
 
+// What a script calling pelkam-cli in a loop pays for each command, from
+// start to exit, at 115200 baud: the median of five runs.
+void measureCliCommands(const QTemporaryDir& dir, QTextStream& out)
+{
+    VirtualBoard board(QStringLiteral("esp32"), kPaced, {{"main.py", "print('main')\n"}, {"lib/", {}}});
+    const QString script = ::writeFile(dir.filePath(QStringLiteral("cli-exec.py")), "print(6*7)\n");
+    const auto median = [&](const QStringList& command, bool fast) {
+        QList<double> runs;
+        for (int i = 0; i < 5; ++i) {
+            QProcess cli;
+            QElapsedTimer t;
+            t.start();
+            cli.start(QStringLiteral(PELKAM_CLI_PATH),
+                      QStringList{QStringLiteral("--port"), board.path(),
+                                  fast ? QStringLiteral("--fast") : QStringLiteral("--no-fast")} +
+                          command);
+            if (!cli.waitForFinished(60000) || cli.exitCode() != 0)
+                return -1.0;
+            runs << seconds(t);
+        }
+        std::sort(runs.begin(), runs.end());
+        return runs.at(runs.size() / 2);
+    };
+    const QStringList ls{QStringLiteral("ls"), QStringLiteral("/")};
+    const QStringList exec{QStringLiteral("exec"), script};
+    const QString group = QStringLiteral("transfer");
+    figure(out, group, QStringLiteral("cli_ls_fast_s"), median(ls, true), 3, QStringLiteral("s"),
+           QStringLiteral("pelkam-cli ls at 115200 baud, start to exit, fast transfers (goal: at most 0.3)"));
+    figure(out, group, QStringLiteral("cli_exec_fast_s"), median(exec, true), 3, QStringLiteral("s"),
+           QStringLiteral("pelkam-cli exec of a one-line script, the same (goal: at most 0.3)"));
+    figure(out, group, QStringLiteral("cli_ls_default_s"), median(ls, false), 3, QStringLiteral("s"),
+           QStringLiteral("pelkam-cli ls with --no-fast, for comparison"));
+}
+
 void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
 {
+    measureCliCommands(dir, out);
     measure(QStringLiteral("115200 baud"), kPaced, dir, out);
     measure(QStringLiteral("unpaced"), {QStringLiteral("--polite")}, dir, out);
     measureFastUploads(dir, out);

@@ -101,6 +101,11 @@ public:
     // os.rename on the board, in the ordinary REPL; logs the outcome.
     bool mc_rename(const QString& from, const QString& to);
 
+    // A folder's folders and files, as mc_lsdir lists them, in one small
+    // raw REPL call (no script pasted). False when this way cannot tell:
+    // the board did not answer as expected, or our temporaries lie there and
+    // the full listing must tidy them first. *exists is false for no folder.
+    bool listQuickly(const QString& directory, QJsonArray* dirs, QJsonArray* files, bool* exists);
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
     // Where the board mounts its file systems ("/flash", "/sd"); may be empty.
     // ok (when given) is false when the board did not answer or could not tell.

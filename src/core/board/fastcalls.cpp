@@ -5,6 +5,8 @@
 #include "link/replbytes.h"
 
 #include <QElapsedTimer>
+#include <QJsonArray>
+#include <QJsonDocument>
 
 #include <zlib.h>
 
@@ -265,6 +267,32 @@ QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target,
         .arg(deflated ? 1 : 0)
         .arg(raw.size())
         .arg(byteSum(raw));
+}
+
+bool BoardFiles::listQuickly(const QString& directory, QJsonArray* dirs, QJsonArray* files, bool* exists)
+{
+    const BoardBusy scope(*this);
+    QString dir = directory;
+    if (dir.size() >= 2 && dir.endsWith(QLatin1Char('/')))
+        dir.chop(1);
+    if (!m_link.to_raw())
+        return false;
+    const QString call =
+        QStringLiteral("import os,json\ntry:\n r=[1,0,[],[]]\n for i in os.ilistdir(%1):\n  n=i[0]\n"
+                       "  if n.endswith(%2) or n.endswith(%3):r[1]=1\n"
+                       "  elif i[1]==0x4000:r[2].append({'n':n,'s':-1})\n"
+                       "  elif i[1]==0x8000:r[3].append({'n':n,'s':i[3] if len(i)>3 else -1})\n"
+                       "except OSError:r=[0,0,[],[]]\nprint(json.dumps(r))")
+            .arg(pyString(dir), pyString(kTempSuffix), pyString(kVerifiedSuffix));
+    bool ok = false;
+    const QByteArray answer = rawCall(call.toLatin1(), kFastCallTimeoutMs, &ok);
+    const QJsonArray listed = QJsonDocument::fromJson(answer.trimmed()).array();
+    if (!ok || listed.size() != 4 || listed.at(1).toInt() != 0)
+        return false;
+    *exists = listed.at(0).toInt() == 1;
+    *dirs = listed.at(2).toArray();
+    *files = listed.at(3).toArray();
+    return true;
 }
 
 int BoardFiles::fastPut(const QByteArray& raw, const QString& target)

@@ -495,6 +495,18 @@ bool BoardLink::to_raw()
     return false;
 }
 
+bool BoardLink::enterRawQuickly()
+{
+    // Enter first (a half-typed line), Ctrl-C twice (a program, a paste), then Ctrl-A.
+    setState(MC_RAW);
+    if (tranceive(QByteArrayLiteral("\r\x03\x03\x01"), kReplTimeoutMs, true, kRawBanner)) {
+        emit logLine(QStringLiteral("RAW REPL initialized")); // deliberately untranslated
+        return true;
+    }
+    setState(MC_UNKNOWN);
+    return false;
+}
+
 MC_RES BoardLink::mc_stop(bool noReset)
 {
     if (m_state == MC_RUNNING && !to_repl())

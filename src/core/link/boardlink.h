@@ -99,6 +99,10 @@ public:
     bool to_repl();
     bool to_raw();
     MC_RES mc_stop(bool noReset);
+    // The command line's way in: interrupts whatever runs and asks for the
+    // raw REPL in one write, without the connect sequence's waits for the
+    // board to fall silent. False (state unknown again) when no raw prompt came.
+    bool enterRawQuickly();
     bool abort();
     void launch();
     void reset();
@@ -111,6 +115,9 @@ public:
     bool doConnect();
     void connectionClosed();
     void setAutomaticReconnect(bool on) { m_autoReconnect = on; }
+    // Whether opening the port stops the board's program by itself (the
+    // window's way); the command line stops it its own way.
+    void setStopOnConnect(bool on) { m_stopOnConnect = on; }
     void setAutomaticReconnectOption(bool on);
     void setResetMcOption(bool on) { m_resetMcOption = on; }
     bool resetMcOption() const { return m_resetMcOption; }
