@@ -1,3 +1,4 @@
+#include "boardsession.h"
 #include "clirun.h"
 #include "pelkamwindow.h"
 #include "ser2net.h"
@@ -190,6 +191,25 @@ private slots:
         QVERIFY2(get.code == 0, get.err.constData());
         const QByteArray kept = readFile(m_dir.filePath("keep.bin"));
         QVERIFY2(kept == "old" || kept == big, qPrintable(QString::number(kept.size())));
+    }
+
+    // A port server that goes silent (power, network) without closing
+    // anything is a dropped port within about ten seconds, idle or not.
+    void silentServer()
+    {
+        BoardSession s(QStringLiteral("esp32"));
+        Ser2Net daemon({s.board.path()}, QStringLiteral("127.0.0.2"));
+        QVERIFY2(daemon.isRunning(), qPrintable(daemon.log()));
+        s.port = daemon.rfc2217();
+        QVERIFY(s.open());
+        Blackhole cut;
+        if (!cut.on())
+            QSKIP("this machine cannot route an address into a blackhole (ip route needs CAP_NET_ADMIN)");
+        QElapsedTimer timer;
+        timer.start();
+        QVERIFY2(waitFor([&] { return !s.link.isOpen(); }, 20000), qPrintable(s.log.join('\n')));
+        QVERIFY2(timer.elapsed() < 13000, qPrintable(QString::number(timer.elapsed())));
+        QVERIFY2(s.logged(QStringLiteral("closed")), qPrintable(s.log.join('\n')));
     }
 
     // The window over rfc2217: a server that goes away is a dropped port,

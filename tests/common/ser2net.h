@@ -13,7 +13,9 @@
 // read: one telnet(rfc2217) and one plain tcp accepter per device.
 class Ser2Net {
 public:
-    explicit Ser2Net(const QStringList& devices) : m_devices(devices)
+    // host: the loopback address the accepters listen on.
+    explicit Ser2Net(const QStringList& devices, const QString& host = QStringLiteral("127.0.0.1"))
+        : m_devices(devices), m_host(host)
     {
         for (int i = 0; i < devices.size(); ++i)
             m_ports << freePort() << freePort();
@@ -26,11 +28,11 @@ public:
     bool isRunning() const { return m_process.state() == QProcess::Running; }
     QString rfc2217(int device = 0) const
     {
-        return QStringLiteral("rfc2217://127.0.0.1:%1").arg(m_ports.value(2 * device));
+        return QStringLiteral("rfc2217://%1:%2").arg(m_host).arg(m_ports.value(2 * device));
     }
     QString socket(int device = 0) const
     {
-        return QStringLiteral("socket://127.0.0.1:%1").arg(m_ports.value(2 * device + 1));
+        return QStringLiteral("socket://%1:%2").arg(m_host).arg(m_ports.value(2 * device + 1));
     }
     QString log() const { return QString::fromLocal8Bit(m_log); }
 
@@ -44,12 +46,13 @@ public:
             const QString connector =
                 QStringLiteral("#  connector: serialdev(nouucplock=true),%1,115200n81,local").arg(device);
             args << "-Y"
-                 << QStringLiteral("connection: &rfc%1#  accepter: telnet(rfc2217),tcp,127.0.0.1,%2")
+                 << QStringLiteral("connection: &rfc%1#  accepter: telnet(rfc2217),tcp,%2,%3")
                             .arg(i)
+                            .arg(m_host)
                             .arg(m_ports.at(2 * i)) +
                         connector;
             args << "-Y"
-                 << QStringLiteral("connection: &raw%1#  accepter: tcp,127.0.0.1,%2").arg(i).arg(m_ports.at(2 * i + 1)) +
+                 << QStringLiteral("connection: &raw%1#  accepter: tcp,%2,%3").arg(i).arg(m_host).arg(m_ports.at(2 * i + 1)) +
                         connector;
         }
         m_process.setProcessChannelMode(QProcess::MergedChannels);
@@ -61,7 +64,7 @@ public:
             [this] {
                 for (const quint16 port : qAsConst(m_ports)) {
                     QTcpSocket probe;
-                    probe.connectToHost(QStringLiteral("127.0.0.1"), port);
+                    probe.connectToHost(m_host, port);
                     if (!probe.waitForConnected(200))
                         return false;
                     probe.abort();
@@ -97,6 +100,7 @@ private:
     }
 
     QStringList m_devices;
+    QString m_host;
     QList<quint16> m_ports;
     QProcess m_process;
     QByteArray m_log;

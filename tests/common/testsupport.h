@@ -8,6 +8,7 @@
 #include <QFileInfo>
 #include <QElapsedTimer>
 #include <QList>
+#include <QProcess>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
@@ -39,6 +40,21 @@ inline QByteArray readFile(const QString& path)
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
+
+// 127.0.0.2 routed into a blackhole while this lives: a peer there goes
+// silent without closing anything, as a board that lost power or Wi-Fi.
+// Needs CAP_NET_ADMIN; on() says whether the route is in place.
+struct Blackhole {
+    bool in = QProcess::execute(QStringLiteral("ip"), {"route", "add", "blackhole", "127.0.0.2/32", "table", "local"}) == 0;
+    ~Blackhole() { lift(); }
+    bool on() const { return in; }
+    void lift()
+    {
+        if (in)
+            QProcess::execute(QStringLiteral("ip"), {"route", "del", "blackhole", "127.0.0.2/32", "table", "local"});
+        in = false;
+    }
+};
 
 // Runs the event loop until cond holds or ms pass.
 inline bool waitFor(const std::function<bool()>& cond, int ms = 10000)
