@@ -61,6 +61,14 @@ struct BoardSession {
         files.setOptions(options);
     }
 
+    // How long until the link closes by itself, in ms; -1 when it stays open limitMs.
+    qint64 msUntilClosed(int limitMs)
+    {
+        QElapsedTimer timer;
+        timer.start();
+        return waitFor([this] { return !link.isOpen(); }, limitMs) ? timer.elapsed() : -1;
+    }
+
     bool logged(const QString& part) const
     {
         for (const QString& line : log)
