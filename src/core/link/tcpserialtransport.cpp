@@ -1,5 +1,6 @@
 #include "tcpserialtransport.h"
 
+#include <QCoreApplication>
 #include <QEventLoop>
 #include <QTcpSocket>
 #include <QTimer>
@@ -276,10 +277,13 @@ void TcpSerialTransport::close()
         if (m_mode == Mode::Rfc2217)
             socket->write(TelnetComPort::closing());
         // Whatever is still queued goes out before the FIN.
+        socket->flush();
         socket->disconnectFromHost();
     } else {
         socket->abort();
     }
+    // It lives on until it has closed, or until the program ends.
+    socket->setParent(QCoreApplication::instance());
     connect(socket, &QTcpSocket::disconnected, socket, &QObject::deleteLater);
     connect(socket, &QAbstractSocket::errorOccurred, socket, &QObject::deleteLater);
     // This may run inside one of the socket's own signals.
