@@ -121,6 +121,11 @@ int main(int argc, char* argv[])
             popup.show();
             waitFor([] { return false; }, 300);
             popup.grab().save(dialogs + QStringLiteral("/connection-webrepl.png"));
+            // A serial port on another machine: the baud rate its server sets, no password.
+            if (auto* port = popup.findChild<QComboBox*>(QStringLiteral("portsCombo")))
+                port->setEditText(QStringLiteral("rfc2217://rack1:3001"));
+            waitFor([] { return false; }, 300);
+            popup.grab().save(dialogs + QStringLiteral("/connection-rfc2217.png"));
         }
         grabNextDialog(dialogs + QStringLiteral("/sync-dialog.png"));
         window.action(QStringLiteral("actionSync"))->trigger();
