@@ -69,3 +69,28 @@ signals:
     void closing();
     void serialError(QSerialPort::SerialPortError error);
 };
+
+// A board behind a socket: what the user typed, what arrived and was not
+// read yet, whether the way is open and why it failed live here.
+class SocketTransport : public BoardTransport {
+    Q_OBJECT
+public:
+    using BoardTransport::BoardTransport;
+
+    QString name() const override { return m_name; }
+    void setName(const QString& name) override { m_name = name; }
+    bool isOpen() const override { return m_open; }
+    QByteArray readAll() override
+    {
+        QByteArray out;
+        out.swap(m_pending);
+        return out;
+    }
+    QString errorString() const override { return m_error; }
+
+protected:
+    QString m_name;
+    QString m_error;
+    QByteArray m_pending;
+    bool m_open = false;
+};

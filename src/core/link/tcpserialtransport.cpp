@@ -74,35 +74,22 @@ void TelnetComPort::negotiate(unsigned char verb, unsigned char option, QByteArr
 {
     const bool known = option == kBinary || option == kSga || option == kComPort;
     const auto answer = [reply](unsigned char v, unsigned char o) { *reply += bytes({kIac, v, o}); };
-    switch (verb) {
-    case kDo:
-        if (known && !m_will.contains(option)) {
-            m_will.insert(option);
-            answer(kWill, option);
+    // DO asks about our side (WILL/WONT), WILL about the server's (DO/DONT).
+    const bool ours = verb == kDo || verb == kDont;
+    QSet<unsigned char>& agreed = ours ? m_will : m_do;
+    const unsigned char yes = ours ? kWill : kDo;
+    const unsigned char no = ours ? kWont : kDont;
+    if (verb == kDo || verb == kWill) {
+        if (known && !agreed.contains(option)) {
+            agreed.insert(option);
+            answer(yes, option);
         } else if (!known && !m_refused.contains(option)) {
             m_refused.insert(option);
-            answer(kWont, option);
+            answer(no, option);
         }
-        break;
-    case kWill:
-        if (known && !m_do.contains(option)) {
-            m_do.insert(option);
-            answer(kDo, option);
-        } else if (!known && !m_refused.contains(option)) {
-            m_refused.insert(option);
-            answer(kDont, option);
-        }
-        break;
-    case kDont:
-        if (m_will.remove(option))
-            answer(kWont, option);
-        break;
-    case kWont:
-        if (m_do.remove(option))
-            answer(kDont, option);
-        break;
-    default:
-        break;
+    } else if (agreed.remove(option)) {
+        // A DONT or WONT for something agreed is acknowledged once.
+        answer(no, option);
     }
 }
 
@@ -148,7 +135,7 @@ QByteArray TelnetComPort::decode(const QByteArray& in, QByteArray* reply)
     return out;
 }
 
-TcpSerialTransport::TcpSerialTransport(Mode mode, QObject* parent) : BoardTransport(parent), m_mode(mode) {}
+TcpSerialTransport::TcpSerialTransport(Mode mode, QObject* parent) : SocketTransport(parent), m_mode(mode) {}
 
 TcpSerialTransport::~TcpSerialTransport()
 {
@@ -300,11 +287,4 @@ bool TcpSerialTransport::send(const QByteArray& data)
         return false;
     m_socket->flush();
     return m_open;
-}
-
-QByteArray TcpSerialTransport::readAll()
-{
-    QByteArray out;
-    out.swap(m_pending);
-    return out;
 }

@@ -75,7 +75,7 @@ private:
 // ser2net. socket://HOST:PORT carries the raw byte stream; rfc2217://HOST:PORT
 // carries it through Telnet with the COM-PORT option, which also sets the
 // line and the control lines.
-class TcpSerialTransport : public BoardTransport {
+class TcpSerialTransport : public SocketTransport {
     Q_OBJECT
 public:
     enum class Mode { Raw, Rfc2217 };
@@ -92,26 +92,17 @@ public:
     // (power, network) ends the link within about ten seconds.
     static void tune(QAbstractSocket* socket);
 
-    QString name() const override { return m_name; }
-    void setName(const QString& name) override { m_name = name; }
     void setBaudRate(qint32 baud) override { m_baud = baud; }
     bool open() override;
     void close() override;
-    bool isOpen() const override { return m_open; }
     bool send(const QByteArray& data) override;
-    QByteArray readAll() override;
-    QString errorString() const override { return m_error; }
 
 private:
     void received();
     void gone();
 
     const Mode m_mode;
-    QString m_name;
     qint32 m_baud = 115200;
-    QString m_error;
     std::unique_ptr<QTcpSocket> m_socket;
     TelnetComPort m_telnet;
-    QByteArray m_pending;
-    bool m_open = false;
 };

@@ -33,7 +33,7 @@ constexpr int kWrittenBaseMs = 5000;
 constexpr int kSlowestBytesPerMs = 2;
 } // namespace
 
-WebReplTransport::WebReplTransport(QObject* parent) : BoardTransport(parent) {}
+WebReplTransport::WebReplTransport(QObject* parent) : SocketTransport(parent) {}
 
 WebReplTransport::~WebReplTransport()
 {
@@ -313,11 +313,4 @@ bool WebReplTransport::putFile(const QByteArray& path, const QByteArray& data, Q
         return false;
     }
     return true;
-}
-
-QByteArray WebReplTransport::readAll()
-{
-    QByteArray out;
-    out.swap(m_pending);
-    return out;
 }

@@ -13,7 +13,7 @@ class WebReplRelay;
 // asks for a password, then carries its console as text messages. The
 // board's input buffer is small and drops what does not fit, so the link
 // above sends no more than inputWindow() bytes without an answer.
-class WebReplTransport : public BoardTransport {
+class WebReplTransport : public SocketTransport {
     Q_OBJECT
 public:
     static constexpr int kDefaultPort = 8266;
@@ -28,15 +28,10 @@ public:
     // ws://HOST[:PORT] with the port filled in; an invalid URL when name is not one.
     static QUrl urlFor(const QString& name);
 
-    QString name() const override { return m_name; }
-    void setName(const QString& name) override { m_name = name; }
     void setPassword(const QString& password) override { m_password = password; }
     bool open() override;
     void close() override;
-    bool isOpen() const override { return m_open; }
     bool send(const QByteArray& data) override;
-    QByteArray readAll() override;
-    QString errorString() const override { return m_error; }
     int inputWindow() const override { return kInputWindow; }
     bool refusedForGood() const override { return m_refusedForGood; }
     QString dfuRefusal() const override;
@@ -57,13 +52,9 @@ private:
 
     std::unique_ptr<WebReplRelay> m_relay;
     std::unique_ptr<QWebSocket> m_socket;
-    QString m_name;
     QString m_password;
-    QString m_error;
     QByteArray m_login; // what the board said before the login ended
-    QByteArray m_pending;
     QByteArray m_fileAnswers; // what the file protocol answered, not yet read
-    bool m_open = false;
     bool m_loggingIn = false;
     bool m_refusedForGood = false;
     bool m_handshakeDone = false;
