@@ -85,8 +85,11 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     emit fileOpsEnableRequested(false);
     const int chunk = fast ? m_link.fastChunkSize() : m_link.chunkSize();
     const int direct = fast ? fastPut(raw, target) : -1;
-    if (direct == 0)
+    if (direct == 0) {
+        // The board went away with the data on its way.
+        logUploadFailure(target, true, tr("Transmission error. Aborted"));
         return false;
+    }
     for (int attempt = 0; direct < 0; ++attempt) {
         QByteArray text;
         QString call;
