@@ -362,7 +362,7 @@ void TestCli::backupFaults()
     QMap<QString, QByteArray> seed = seedFiles();
     // One flipped byte in the big file's download: retried, and all is saved.
     {
-        VirtualBoard board("esp32", {"--arm-on", "_download('/data/big.bin')", "--flip-tx", "5000"}, seed);
+        VirtualBoard board("esp32", {"--arm-on", "_frd('/data/big.bin')", "--flip-tx", "5000"}, seed);
         QTemporaryDir out;
         const Run r = cli({"--port", board.path(), "--type", "esp32", "backup", "/", out.path()});
         QVERIFY2(r.code == 0, r.err.constData());
@@ -371,7 +371,7 @@ void TestCli::backupFaults()
     }
     // The board drops during the big file: exit 1, nothing half-written.
     {
-        VirtualBoard board("esp32", {"--arm-on", "_download('/data/big.bin')", "--drop-tx", "20000"}, seed);
+        VirtualBoard board("esp32", {"--arm-on", "_frd('/data/big.bin')", "--drop-tx", "20000"}, seed);
         QTemporaryDir out;
         const Run r = cli({"--port", board.path(), "--type", "esp32", "backup", "/", out.path()});
         QCOMPARE(r.code, 1);

@@ -10,7 +10,18 @@ try:
 except (ImportError,AttributeError):_D=None
 _T='.pelkam-tmp'
 _V='.pelkam-new'
-def _fcap():print(int(_D is not None))
+def _fcap():print(int(_D is not None),int(_fwn()>0))
+def _fwn():
+ try:
+  import micropython;micropython.kbd_intr;sys.stdin.buffer.readinto;sys.stdout.buffer.write
+ except (ImportError,AttributeError):return 0
+ p=sys.platform
+ if p in('rp2','samd','mimxrt'):return 512
+ return 124 if p=='esp8266' else 128
+def _fpo():
+ try:
+  import select;P=select.poll();P.register(sys.stdin,select.POLLIN);return P
+ except Exception:return None
 def _fw():return (_FW or _NW)()
 def _fst(p):
  try:return os.stat(p)[0]
@@ -69,6 +80,10 @@ def _fvf(f,p,r,fn,ft,b):
      os.rename(p,f)
    else:os.rename(p,f)
  return ''
+def _fok(f,p,r,fn,ft,b,q,x):
+ if q:return 0x35,'Inv block',0
+ e=_fvf(f,p,r,fn,ft,b)
+ return (0x35,e,0) if e else (0x30,x,1)
 def _frm(p):
  try:
   with _fw():os.remove(p)
@@ -100,11 +115,7 @@ def _fup(f,c,z,fn,ft):
   a=i.read(11)
   if len(a)<11 or a[0]!=64:s=0x33;e='Inv size csum'
   elif t&0xFFFFFFFF!=int(a[1:]):s=0x34;e='Inv csum {}'.format(t)
-  elif q:s=0x35;e='Inv block'
-  else:
-   e=_fvf(f,p,r,fn,ft,b)
-   if e:s=0x35
-   else:ok=1;s=0x30;e=x
+  else:s,e,ok=_fok(f,p,r,fn,ft,b,q,x)
  except StopIteration:pass
  except Exception as y:e=str(y)
  finally:
@@ -123,3 +134,64 @@ def _fwb(fn,ft):
  except Exception as y:e=str(y)
  if e and p!=f:_frm(p)
  sys.stdout.write('#5'+e if e else '#0'+x)
+def _fru(f,z,n,fn,ft):
+ import micropython as u
+ W=_fwn();i=sys.stdin.buffer;o=sys.stdout.buffer;P=_fpo();s=0x38;e='';p='';ok=0;w=None;x='';g=0;q=b''
+ try:
+  p,r,x=_fpl(f,fn)
+  if not p:e='[Errno 28] ENOSPC';raise StopIteration
+  b=bytearray(W*8);m=memoryview(b);h=0;c=bytearray(1)
+  with _fw():
+   w=open(p,'wb')
+   u.kbd_intr(-1);g=1
+   sys.stdout.write('#9R%d,2\n'%W)
+   while n>0:
+    if P and not P.poll(10000):s=0x32;e='Timeout';break
+    i.readinto(c)
+    if c[0]!=61:
+     if c[0]!=88:s=0x32;e='Inv data packet';o.write(b'\x18')
+     elif not e:s=0x37;e='Stopped'
+     break
+    k=min(n,W);i.readinto(m[h:h+k]);n-=k
+    if e:o.write(b'\x15');continue
+    h+=k;o.write(b'\x01')
+    if h>len(b)-W or not n:
+     try:q=_fbk(q+bytes(m[:h]),w,z)
+     except MemoryError:s=0x36;e='MemoryError'
+     except Exception as y:e=str(y)
+     h=0
+   while n and P and P.poll(200):i.readinto(c)
+   w.close();w=None
+  if not e:s,e,ok=_fok(f,p,r,fn,ft,b,q,x)
+ except StopIteration:pass
+ except Exception as y:e=str(y)
+ finally:
+  if g:u.kbd_intr(3)
+  if w:w.close()
+  if not ok and p==f+_T:_frm(p)
+ sys.stdout.write('#'+chr(s)+e)
+def _frd(f):
+ import micropython as u
+ i=sys.stdin.buffer;o=sys.stdout.buffer;P=_fpo();g=0;t=0;a=0;k=0;e='';W=512;c=bytearray(1);h=0
+ try:
+  n=os.stat(f)[6];b=bytearray(W);m=memoryview(b)
+  with open(f,'rb') as r:
+   u.kbd_intr(-1);g=1
+   sys.stdout.write('#9D%d,%d\n'%(n,W))
+   while n>0 and not e:
+    try:
+     j=r.readinto(m[:min(n,W)])
+     if not j:raise OSError(5)
+    except Exception as y:e=str(y);o.write(b'!');break
+    o.write(b'=');o.write(m[:j]);t+=sum(m[:j]);n-=j;k+=1
+    while k-a>1 or k>a and not n:
+     if P and not P.poll(10000):e='Timeout';h=1;break
+     i.readinto(c);a+=1
+     if c[0]!=6:e='Stopped'
+   while not h and k>a:
+    if P and not P.poll(10000):break
+    i.readinto(c);a+=1
+ except Exception as y:e=str(y)
+ finally:
+  if g:u.kbd_intr(3)
+ sys.stdout.write('#6'+e if e else '#7%d'%(t&0xFFFFFFFF))

@@ -285,6 +285,10 @@
         <source>WebREPL&apos;s file protocol failed (%1): files go through the REPL until the next connection</source>
         <translation>Файловый протокол WebREPL не сработал (%1): до следующего подключения файлы идут через REPL</translation>
     </message>
+    <message>
+        <source>This board cannot take raw bytes (no micropython.kbd_intr or sys.stdin.buffer): files travel in base64</source>
+        <translation>Эта плата не принимает сырые байты (нет micropython.kbd_intr или sys.stdin.buffer): файлы передаются в base64</translation>
+    </message>
 </context>
 <context>
     <name>BoardLink</name>

@@ -92,6 +92,28 @@ class Conformance(unittest.TestCase):
             b.send(b"\x02")
             self.assertTrue(b.read_until(b">>> ").endswith(b">>> "))
 
+    def test_console_streams(self):
+        # A UART console: text translates line ends, .buffer does not, and
+        # 0x03 is data while kbd_intr(-1) is in force.
+        b = self.board("esp32", "--erase-ms", "200")
+        b.send(b"\x01")
+        b.read_until(b">")
+        b.send(b"import sys,micropython\r\nsys.stdout.write('a\\nb');sys.stdout.buffer.write(b'c\\nd\\r\\n')\r\n"
+               b"print(sys.platform)\r\nmicropython.kbd_intr(-1)\r\nprint(sys.stdin.buffer.read(3))\x04")
+        time.sleep(0.2)
+        b.send(b"\x03\r\n")
+        self.assertEqual(b.read_until(b"\x04>"), b"OKa\r\nbc\nd\r\nesp32\r\nb'\\x03\\r\\n'\r\n\x04\x04>")
+        # A sector erase keeps the board busy: 8 kB written erase two.
+        b.send(b"f=open('e.bin','wb')\r\nf.write(bytes(8192))\r\nf.close()\x04")
+        start = time.monotonic()
+        b.read_until(b"\x04>")
+        self.assertGreater(time.monotonic() - start, 0.4)
+        b = self.board("stm32", "--no-raw-stdio")
+        b.send(b"\x01")
+        b.read_until(b">")
+        b.send(b"import micropython\r\nprint(hasattr(micropython, 'kbd_intr'))\x04")
+        self.assertEqual(b.read_until(b"\x04>"), b"OKFalse\r\n\x04\x04>")
+
     def test_ends_with_its_owner(self):
         link = os.path.join(tempfile.mkdtemp(), "tty")
         owner = subprocess.Popen(["sh", "-c", '"$0" --link "$1" >/dev/null 2>&1 & sleep 30', BOARD, link])

@@ -458,6 +458,52 @@ void measureFastUploads(const QTemporaryDir& dir, QTextStream& out)
            QStringLiteral("upload of 100 kB of random data with fast transfers, share of the ceiling (goal: 95)"));
 }
 
+// Random data both ways with fast transfers on a UART board (a 260-byte
+// input ring, 45 ms sector erases) at 115200 baud, as a share of the raw line
+// (11,520 B/s): the time of 100 kB minus that of 30 kB, so a command's fixed
+// cost does not count.
+void measureRawLineShare(const QTemporaryDir& dir, QTextStream& out)
+{
+    constexpr double kLine = kBaud / 10.0;
+    constexpr int kSmall = 30 * 1024;
+    constexpr int kLarge = 100 * 1024;
+    BoardSession s(QStringLiteral("esp32"),
+                   kPaced + QStringList{QStringLiteral("--uart-ring"), QStringLiteral("260"),
+                                        QStringLiteral("--erase-ms"), QStringLiteral("45")});
+    if (!s.open()) {
+        out << "raw line share: the board did not answer\n";
+        return;
+    }
+    s.files.setFastTransfers(true);
+    const QString small = writeFile(dir, QStringLiteral("line-small.bin"), kSmall);
+    const QString large = writeFile(dir, QStringLiteral("line-large.bin"), kLarge);
+    // The helper is pasted by the first upload; time the ones after it.
+    bool ok = s.files.upload(small, QStringLiteral("/warm.bin"));
+    const auto timed = [&](auto operation) {
+        QElapsedTimer t;
+        t.start();
+        ok = operation() && ok;
+        return seconds(t);
+    };
+    const double upSmall = timed([&] { return s.files.upload(small, QStringLiteral("/small.bin")); });
+    const double upLarge = timed([&] { return s.files.upload(large, QStringLiteral("/large.bin")); });
+    const QString back = dir.filePath(QStringLiteral("line-back.bin"));
+    const double downSmall = timed([&] { return s.files.download(QStringLiteral("/small.bin"), back); });
+    const double downLarge = timed([&] { return s.files.download(QStringLiteral("/large.bin"), back); });
+    if (!ok || s.board.log().contains(QStringLiteral("bytes lost"))) {
+        out << "raw line share: a transfer failed\n" << s.log.join(QLatin1Char('\n')) << '\n';
+        return;
+    }
+    const double marginal = kLarge - kSmall;
+    figure(out, QStringLiteral("transfer"), QStringLiteral("upload_random_fast_line_share"),
+           100 * marginal / (upLarge - upSmall) / kLine, 1, QStringLiteral("%"),
+           QStringLiteral("upload of random data with fast transfers, share of the 11,520 B/s line, marginal "
+                          "(100 kB minus 30 kB), 260-byte ring, 45 ms erases (goal: 90)"));
+    figure(out, QStringLiteral("transfer"), QStringLiteral("download_random_fast_line_share"),
+           100 * marginal / (downLarge - downSmall) / kLine, 1, QStringLiteral("%"),
+           QStringLiteral("the same for a download (goal: 90)"));
+}
+
 // What a script calling pelkam-cli in a loop pays for each command, from
 // start to exit, at 115200 baud: the median of five runs.
 void measureCliCommands(const QTemporaryDir& dir, QTextStream& out)
@@ -498,6 +544,7 @@ void measureTransfers(const QTemporaryDir& dir, QTextStream& out)
     measure(QStringLiteral("115200 baud"), kPaced, dir, out);
     measure(QStringLiteral("unpaced"), {QStringLiteral("--polite")}, dir, out);
     measureFastUploads(dir, out);
+    measureRawLineShare(dir, out);
 
     long before = 0;
     long after = 0;

@@ -59,6 +59,7 @@ BoardFiles::BoardFiles(BoardLink& link, QObject* parent) : QObject(parent), m_li
     connect(&m_link, &BoardLink::connectionOpened, this, [this] {
         m_deflateFailed = false;
         m_noFileProtocol = false;
+        m_rawFallbackLogged = false;
         forgetScripts();
     });
     connect(&m_link, &BoardLink::connectionLost, this, &BoardFiles::forgetScripts);

@@ -200,6 +200,33 @@ private:
     // when the REPL's way is to carry it (no such protocol, a long path, a
     // copy that came out wrong, any refusal the REPL's way will explain).
     int fastPut(const QByteArray& raw, const QString& target);
+    // Raw transfers (fast mode over a serial line): what one came to.
+    enum RawResult { RawNotUsed = -1, RawFailed = 0, RawDone = 1, RawCancelled = 2 };
+    enum RawStart { RawStarted, RawEnded, RawLost };
+    // Whether files travel raw to this board now (the fast script pasted);
+    // logs once a connection when the board cannot take raw bytes.
+    bool rawTransfersHere();
+    // Sends a raw call that streams: RawStarted with the numbers of its
+    // header line ("#9" and kind), RawEnded when it answered at once
+    // (m_lastReply holds its output, or its error text), RawLost.
+    int rawStart(const QByteArray& call, char kind, QList<qint64>* fields);
+    // Takes the raw REPL's end of a call from the link's buffer (from is
+    // where the output starts) into m_lastReply and m_lastCallError.
+    bool takeCallEnd(int from);
+    bool rawEnd(int timeoutMs);
+    // A RawResult; failures logged, the board left at a clean prompt.
+    int rawUpload(const QByteArray& raw, const QString& target);
+    int rawUploadOnce(const QByteArray& raw, const QByteArray& wire, bool deflated, const QString& target,
+                      QString* failure);
+    int rawDownload(const QString& source, QFileDevice* target);
+    int rawReceive(const QString& source, QFileDevice* target, const QList<qint64>& fields);
+    // Writes a received piece (once a write failed, no more) and adds it to the sum.
+    void storeReceived(QFileDevice* target, const QByteArray& data, bool* writeFailed, quint64* sum);
+    // What a download's end logs and remembers, whichever way it came.
+    void concludeDownload(const QString& source, QFileDevice* target, bool ok, bool writeFailed);
+    // The bytes a fast upload sends: deflated blocks where the board can
+    // inflate and it pays, else the file itself.
+    QByteArray packForBoard(const QByteArray& raw, bool* deflated);
     // Logs a failed upload: the board's reason, in words, where it gave one.
     void logUploadFailure(const QString& target, bool fast, const QString& failure);
     void log(const QString& text) { emit logLine(text); }
@@ -222,6 +249,8 @@ private:
     BoardOptions m_options;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
     int m_boardInflates = -1;
+    int m_boardRaw = -1;              // whether the board's console takes raw bytes
+    bool m_rawFallbackLogged = false; // in this connection
     bool m_deflateFailed = false; // inflating ran out of memory in this connection
     // How fast a slow board reads its fresh copy back to check it.
     static constexpr int kVerifyBytesPerMs = 20;

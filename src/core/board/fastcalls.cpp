@@ -42,6 +42,7 @@ void BoardFiles::forgetScripts()
 {
     m_pasted.clear();
     m_boardInflates = -1;
+    m_boardRaw = -1;
 }
 
 bool BoardFiles::fastScript()
@@ -59,7 +60,10 @@ bool BoardFiles::fastScript()
         forgetScripts();
         return false;
     }
-    m_boardInflates = answer == "1" ? 1 : 0;
+    // Whether it can inflate, then whether its console takes raw bytes.
+    const QList<QByteArray> can = answer.split(' ');
+    m_boardInflates = can.value(0) == "1" ? 1 : 0;
+    m_boardRaw = can.value(1) == "1" ? 1 : 0;
     return true;
 }
 
@@ -251,15 +255,9 @@ QHash<QString, QByteArray> BoardFiles::mc_file_hashes(const QStringList& paths, 
 QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target, int chunk, QByteArray* text,
                                    bool* deflatedOut)
 {
-    // Deflated where the board can inflate and it pays; the checksum covers what is sent.
+    // The checksum covers what is sent.
     bool deflated = false;
-    if (m_boardInflates == 1 && !m_deflateFailed) {
-        const QByteArray packed = deflateBlocks(raw);
-        deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
-        *text = (deflated ? packed : raw).toBase64();
-    } else {
-        *text = raw.toBase64();
-    }
+    *text = packForBoard(raw, &deflated).toBase64();
     *deflatedOut = deflated;
     return QStringLiteral("_fup(%1, %2, %3, %4, %5)")
         .arg(pyString(target))
@@ -267,6 +265,16 @@ QString BoardFiles::fastUploadCall(const QByteArray& raw, const QString& target,
         .arg(deflated ? 1 : 0)
         .arg(raw.size())
         .arg(byteSum(raw));
+}
+
+QByteArray BoardFiles::packForBoard(const QByteArray& raw, bool* deflated)
+{
+    *deflated = false;
+    if (m_boardInflates != 1 || m_deflateFailed)
+        return raw;
+    const QByteArray packed = deflateBlocks(raw);
+    *deflated = packed.size() <= raw.size() / kDeflateWorthDenominator * kDeflateWorthNumerator;
+    return *deflated ? packed : raw;
 }
 
 bool BoardFiles::listQuickly(const QString& directory, QJsonArray* dirs, QJsonArray* files, bool* exists)

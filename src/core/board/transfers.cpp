@@ -84,11 +84,19 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     m_fileSize = raw.size();
     emit fileOpsEnableRequested(false);
     const int chunk = fast ? m_link.fastChunkSize() : m_link.chunkSize();
-    const int direct = fast ? fastPut(raw, target) : -1;
+    int direct = fast ? fastPut(raw, target) : -1;
     if (direct == 0) {
         // The board went away with the data on its way.
         logUploadFailure(target, true, tr("Transmission error. Aborted"));
         return false;
+    }
+    if (direct < 0 && fast) {
+        const int streamed = rawUpload(raw, target);
+        if (streamed == RawCancelled)
+            emit fileOpsEnableRequested(true);
+        if (streamed == RawCancelled || streamed == RawFailed)
+            return false;
+        direct = streamed == RawDone ? 1 : -1;
     }
     for (int attempt = 0; direct < 0; ++attempt) {
         QByteArray text;
@@ -285,6 +293,13 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
     m_lastDownloadOk = false;
     m_localWriteFailed = false;
     emit fileOpsEnableRequested(false);
+    if (fastTransfers()) {
+        const int streamed = rawDownload(source, target);
+        if (streamed != RawNotUsed) {
+            emit fileOpsEnableRequested(true);
+            return m_link.isOpen();
+        }
+    }
     if (!upload_script(scriptPath(QStringLiteral("Scripts/Download"), QStringLiteral("download"), false)))
         return false;
     const QString call = QStringLiteral("_download(%1)").arg(pyString(source));
@@ -319,12 +334,7 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
         if (reply.endsWith("#8")) {
             reply.chop(2);
             const QByteArray data = QByteArray::fromBase64(reply);
-            if (!writeFailed && target->write(data) != data.size()) {
-                writeFailed = true;
-                log(tr("Cannot write to %1: %2").arg(target->fileName(), target->errorString()));
-            }
-            for (char c : data)
-                sum += static_cast<unsigned char>(c);
+            storeReceived(target, data, &writeFailed, &sum);
             received += data.size();
             emit fileProgress(received, -1);
             // Anything but "^^" makes the board end the transfer cleanly.
@@ -352,6 +362,16 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
             break;
         }
     }
+    concludeDownload(source, target, ok, writeFailed);
+    if (!finished)
+        recover();
+    emit fileOpsEnableRequested(true);
+    m_link.clearQueue();
+    return settleRaw();
+}
+
+void BoardFiles::concludeDownload(const QString& source, QFileDevice* target, bool ok, bool writeFailed)
+{
     if (!target->flush() && !writeFailed) {
         writeFailed = true;
         log(tr("Cannot write to %1: %2").arg(target->fileName(), target->errorString()));
@@ -361,9 +381,14 @@ bool BoardFiles::download(const QString& source, QFileDevice* target)
     if (ok)
         log(tr("Download from %1 completed").arg(source));
     m_lastDownloadOk = ok;
-    if (!finished)
-        recover();
-    emit fileOpsEnableRequested(true);
-    m_link.clearQueue();
-    return settleRaw();
+}
+
+void BoardFiles::storeReceived(QFileDevice* target, const QByteArray& data, bool* writeFailed, quint64* sum)
+{
+    if (!*writeFailed && target->write(data) != data.size()) {
+        *writeFailed = true;
+        log(tr("Cannot write to %1: %2").arg(target->fileName(), target->errorString()));
+    }
+    for (char c : data)
+        *sum += static_cast<unsigned char>(c);
 }

@@ -120,6 +120,27 @@ bool BoardLink::putFile(const QByteArray& path, const QByteArray& data, QString*
     return m_transport->putFile(path, data, error);
 }
 
+bool BoardLink::carriesRawBytes() const
+{
+    return m_transport->carriesRawBytes();
+}
+
+void BoardLink::setRawStream(bool on)
+{
+    m_rawStream = on;
+    if (on)
+        return;
+    m_recent += m_buffer;
+    findRestart();
+    m_recent = m_recent.right(kSoftReboot.size() + 64);
+    splitByState();
+}
+
+bool BoardLink::sendBytes(const QByteArray& data)
+{
+    return isOpen() && m_transport->send(data);
+}
+
 bool BoardLink::isOpen() const
 {
     return m_transport->isOpen();
@@ -231,19 +252,21 @@ void BoardLink::io_ready()
         const QByteArray data = m_transport->readAll();
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
-        if (!data.isEmpty()) {
+        if (!data.isEmpty() && !m_rawStream) {
             m_recent += data;
             findRestart();
             // Enough of the end for a marker cut between two reads.
             m_recent = m_recent.right(kSoftReboot.size() + 64);
         }
     }
-    if (!m_pasting)
+    if (!m_pasting && !m_rawStream)
         splitByState();
 }
 
 void BoardLink::splitByState()
 {
+    if (m_rawStream)
+        return;
     switch (m_state) {
     case MC_UNKNOWN:
     case MC_RUNNING:

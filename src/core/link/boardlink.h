@@ -82,6 +82,19 @@ public:
     // A fixed wait that data do not shorten; false when the port closed.
     bool qWait(int ms);
 
+    // Raw byte transfers (fast mode over a serial line): while on, what
+    // arrives stays in the buffer as it came, neither cut into replies nor
+    // searched for a restart (file data may look like one). Turning it off
+    // looks at what is left for both.
+    bool carriesRawBytes() const;
+    void setRawStream(bool on);
+    const QByteArray& buffered() const { return m_buffer; }
+    void consumeBuffered(int n) { m_buffer.remove(0, n); }
+    // Bytes straight to the transport, in one write.
+    bool sendBytes(const QByteArray& data);
+    // Waits at most ms for more bytes; false on a time-out or a closed port.
+    bool awaitBytes(int ms) { return waitLoop(ms, true, false) == 0; }
+
     bool hasReply() const { return !m_queue.isEmpty(); }
     // Bytes read from the port since it was opened; tells a silent board from a slow one.
     quint64 bytesReceived() const { return m_bytesReceived; }
@@ -193,6 +206,7 @@ private:
     QList<QByteArray> m_sent; // lines Pelkam sent lately in the friendly REPL
     QList<QByteArray> m_typed; // lines typed whose echo has not come back yet
     bool m_pasting = false; // raw-paste in flight: bytes are only buffered
+    bool m_rawStream = false;
     bool m_pasteCommands = false;
     int m_rawPaste = -1; // the board's raw-paste support: unknown, no, yes
     MC_STATE m_state = MC_UNKNOWN;

@@ -42,6 +42,9 @@ public:
         Q_UNUSED(serialNumber)
         return lastName;
     }
+    // Whether the console carries any byte as it is (a serial line does;
+    // WebREPL's console travels in text messages).
+    virtual bool carriesRawBytes() const { return true; }
     // Whether files can travel beside the console, as WebREPL's file
     // protocol carries them.
     virtual bool canPutFiles() const { return false; }

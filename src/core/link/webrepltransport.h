@@ -38,6 +38,7 @@ public:
     // The longest board path a put request carries (its name field holds 64
     // bytes with the terminating zero).
     static constexpr int kMaxPutPath = 63;
+    bool carriesRawBytes() const override { return false; }
     bool canPutFiles() const override { return m_open; }
     int putPathLimit() const override { return kMaxPutPath; }
     bool putFile(const QByteArray& path, const QByteArray& data, QString* error) override;

@@ -4,6 +4,7 @@ import sys
 import js
 import vfs
 import binascii
+import io
 import micropython
 
 _cfg = js.vbConfig
@@ -112,6 +113,8 @@ _MOUNT = "/flash" if _cfg.flavour == "stm32" else "/"
 _FLASH_MS = _cfg.flashMs
 _CAPACITY = _cfg.flashSize
 _BLOCK = 512
+_ERASE_MS = _cfg.eraseMs
+_SECTOR = 4096
 
 
 def _flash_busy():
@@ -208,10 +211,17 @@ class _FlashFile:
     # the file system may be full.
     def __init__(self, f):
         self._f = f
+        self._written = 0
 
     def write(self, data):
         if _CAPACITY and _used() + len(data) > _CAPACITY:
             raise _board_error(OSError(51))
+        if _ERASE_MS:
+            # Each sector the data reaches is erased first.
+            before = self._written // _SECTOR
+            self._written += len(data)
+            for _ in range(self._written // _SECTOR - before):
+                _host.busy(_ERASE_MS)
         return self._f.write(data)
 
     def read(self, *a):
@@ -256,7 +266,7 @@ def _open_file(name, mode="r", *args, **kw):
         folder = False
     if folder:
         raise _board_error(OSError(31))
-    if not (_FLASH_MS or _CAPACITY) or not any(c in mode for c in "wax+"):
+    if not (_FLASH_MS or _CAPACITY or _ERASE_MS) or not any(c in mode for c in "wax+"):
         return _open(name, mode, *args, **kw)
     _flash_busy()
     if _CAPACITY and "w" in mode and _used() + _BLOCK > _CAPACITY:
@@ -355,6 +365,70 @@ elif _cfg.inflateOom:
 
     _deflate.DeflateIO = _no_memory
     _install(_deflate, "deflate")
+
+
+# A board's console: the text streams turn "\n" into "\r\n" on the way out
+# and "\r" into "\n" on the way in; the .buffer streams pass bytes as they
+# are. This port sends both through one byte stream, so raw writes take
+# their own way to the host.
+class _RawOut:
+    def write(self, data):
+        data = bytes(data)
+        if data:
+            _host.rawOut(binascii.hexlify(data).decode())
+        return len(data)
+
+    def flush(self):
+        pass
+
+
+class _TextOut:
+    def __init__(self, real):
+        self._real = real
+        self.buffer = _RawOut()
+
+    def write(self, text):
+        return self._real.write(text)
+
+    def flush(self):
+        pass
+
+
+class _TextIn(io.IOBase):
+    def __init__(self, real):
+        self.buffer = real.buffer
+
+    def ioctl(self, request, arg):
+        # select.poll: readable once input waits in the ring.
+        if request == 3:
+            return arg & 1 if _host.inputReady(1) else 0
+        return 0
+
+    def read(self, n=-1):
+        return self.buffer.read(n).decode().replace("\r", "\n")
+
+    def readline(self):
+        line = bytearray()
+        while not line.endswith(b"\n"):
+            c = self.buffer.read(1)
+            if not c:
+                break
+            line += b"\n" if c == b"\r" else c
+        return line.decode()
+
+
+_sys = _Module("sys", sys)
+_sys.stdout = _TextOut(sys.stdout)
+_sys.stderr = _TextOut(sys.stderr)
+_sys.stdin = _TextIn(sys.stdin)
+_sys.platform = "pyboard" if _cfg.flavour == "stm32" else "esp32"
+_install(_sys, "sys", "usys")
+
+# Firmware whose console cannot carry raw bytes (no kbd_intr to turn Ctrl-C off).
+if _cfg.noRawStdio:
+    _micropython = _Module("micropython", micropython)
+    del _micropython.kbd_intr
+    _install(_micropython, "micropython")
 
 
 def _vb_run(name):

@@ -42,6 +42,10 @@ const USAGE = `usage: virtual-board [options]
   --flash-ms MS           flash timing: opening a file for writing, closing it,
                           remove, rename, mkdir and rmdir each keep the board
                           busy (not reading its input) for MS
+  --erase-ms MS           a flash sector (4 kB) is erased, the board busy
+                          for MS, each time a file's writes reach a new one
+  --no-raw-stdio          firmware without micropython.kbd_intr, so its
+                          console cannot carry raw bytes
   --fs littlefs|fat       fat: a rename over an existing file unlinks it first
   --flash-size BYTES      the file system holds this much; a write past it
                           fails with ENOSPC and os.statvfs tells the truth
@@ -77,6 +81,7 @@ faults (byte positions count from 0, after --arm-on has been seen if given):
   --drop-rx N             drop the connection for good after N bytes from the PC
   --drop-tx N             drop the connection for good after N bytes to the PC
   --flip-rx N             flip the lowest bit of byte N from the PC
+  --lose-rx N             byte N from the PC never arrives (a UART overrun)
   --flip-tx N             flip the lowest bit of byte N to the PC
   --mute-after N          stop answering after N bytes to the PC
   --latency MS            delay every reply by MS
@@ -98,6 +103,7 @@ function parseArgs(argv) {
     dropRx: -1,
     dropTx: -1,
     flipRx: -1,
+    loseRx: -1,
     flipTx: -1,
     muteAfter: -1,
     latency: 0,
@@ -109,6 +115,8 @@ function parseArgs(argv) {
     inflateOom: false,
     uartRing: 0,
     flashMs: 0,
+    eraseMs: 0,
+    noRawStdio: false,
     fs: "littlefs",
     flashSize: 0,
     errnoNames: false,
@@ -145,6 +153,7 @@ function parseArgs(argv) {
       case "--drop-rx": o.dropRx = num(v(), a); break;
       case "--drop-tx": o.dropTx = num(v(), a); break;
       case "--flip-rx": o.flipRx = num(v(), a); break;
+      case "--lose-rx": o.loseRx = num(v(), a); break;
       case "--flip-tx": o.flipTx = num(v(), a); break;
       case "--mute-after": o.muteAfter = num(v(), a); break;
       case "--latency": o.latency = num(v(), a); break;
@@ -156,6 +165,8 @@ function parseArgs(argv) {
       case "--inflate-oom": o.inflateOom = true; break;
       case "--uart-ring": o.uartRing = num(v(), a); break;
       case "--flash-ms": o.flashMs = num(v(), a); break;
+      case "--erase-ms": o.eraseMs = num(v(), a); break;
+      case "--no-raw-stdio": o.noRawStdio = true; break;
       case "--fs": o.fs = v(); if (!["littlefs", "fat"].includes(o.fs)) fail("--fs is littlefs or fat"); break;
       case "--flash-size": o.flashSize = num(v(), a); break;
       case "--errno-names": o.errnoNames = true; break;
@@ -295,11 +306,12 @@ class Fragmenter {
 
 // Counts the bytes of one direction and applies that direction's faults.
 class FaultStream {
-  constructor(flip, drop, mute) {
+  constructor(flip, drop, mute, lose = -1) {
     this.count = 0;
     this.flip = flip;
     this.drop = drop;
     this.mute = mute;
+    this.lose = lose;
   }
   apply(buf, armed) {
     if (!armed) return { data: buf, dropped: false };
@@ -309,6 +321,10 @@ class FaultStream {
     if (this.flip >= start && this.flip < this.count) {
       data = Buffer.from(buf);
       data[this.flip - start] ^= 0x01;
+    }
+    if (this.lose >= start && this.lose < this.count) {
+      const at = this.lose - start;
+      data = Buffer.concat([data.subarray(0, at), data.subarray(at + 1)]);
     }
     if (this.mute >= 0 && this.count > this.mute) data = data.subarray(0, Math.max(0, this.mute - start));
     if (this.drop >= 0 && this.count >= this.drop) return { data: data.subarray(0, this.drop - start), dropped: true };
@@ -326,7 +342,7 @@ let announced = false;
 let dead = false; // the connection was dropped for good (DFU or a fault)
 let armed = opts.armOn === null;
 let armTail = Buffer.alloc(0);
-const rxFaults = new FaultStream(opts.flipRx, opts.dropRx, -1);
+const rxFaults = new FaultStream(opts.flipRx, opts.dropRx, -1, opts.loseRx);
 const txFaults = new FaultStream(opts.flipTx, opts.dropTx, opts.muteAfter);
 
 function pushInput(buf) {
@@ -407,7 +423,7 @@ async function startBoard(keptRelay = null) {
       config: {
         flavour: opts.flavour, entries: opts.entries, hash: opts.hash, heap: opts.heap, uname, dump: opts.dump,
         lfEnter: opts.lfEnter, stockPyb: opts.stockPyb, noDeflate: opts.noDeflate,
-        inflateOom: opts.inflateOom, flashMs: opts.flashMs, fs: opts.fs, flashSize: opts.flashSize, errnoNames: opts.errnoNames,
+        inflateOom: opts.inflateOom, flashMs: opts.flashMs, eraseMs: opts.eraseMs, noRawStdio: opts.noRawStdio, fs: opts.fs, flashSize: opts.flashSize, errnoNames: opts.errnoNames,
         crashInRename: opts.crashInRename, banner: keptRelay !== null,
       },
       snapshot,

@@ -202,6 +202,8 @@ globalThis.vbConfig = {
   noDeflate: !!config.noDeflate,
   inflateOom: !!config.inflateOom,
   flashMs: config.flashMs || 0,
+  eraseMs: config.eraseMs || 0,
+  noRawStdio: !!config.noRawStdio,
   fs: config.fs || "littlefs",
   flashSize: config.flashSize || 0,
   errnoNames: !!config.errnoNames,
@@ -221,6 +223,14 @@ globalThis.vbHost = {
     flush();
     Atomics.wait(ctl, CTL.never, 0, Math.max(0, ms));
     handleCommands();
+  },
+  // sys.stdout.buffer: bytes as they are, no "\r" before "\n".
+  inputReady(ms) {
+    if (available() === 0) waitForInput(ms, false);
+    return available() > 0;
+  },
+  rawOut(hex) {
+    for (const b of Buffer.from(hex, "hex")) emitRaw(b);
   },
   crash: () => leave("reset", { keepPort: true, crashed: true }),
   hashNew(algo) {
