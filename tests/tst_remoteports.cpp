@@ -22,21 +22,6 @@ class TestRemotePorts : public QObject {
     Q_OBJECT
     QTemporaryDir m_dir;
 
-    // Every byte value, then runs of the bytes that mean something to a
-    // REPL, a terminal or Telnet, then noise.
-    static QByteArray awkwardData(int size)
-    {
-        QByteArray data;
-        for (int i = 0; i < 256; ++i)
-            data += static_cast<char>(i);
-        for (const char c : {'\x03', '\x04', '\r', '\n', '\xff'})
-            data += QByteArray(40, c);
-        data += QByteArray("\xff\x03\r\n\x04\xff\xfa\xf0", 8).repeated(30);
-        while (data.size() < size)
-            data += static_cast<char>(QRandomGenerator::global()->bounded(256));
-        return data.left(size);
-    }
-
 private slots:
     void initTestCase()
     {
@@ -128,7 +113,7 @@ private slots:
         QVERIFY(board.isRunning() && other.isRunning());
         Ser2Net daemon({board.path(), other.path()});
         QVERIFY2(daemon.isRunning(), qPrintable(daemon.log()));
-        const QByteArray data = awkwardData(20000);
+        const QByteArray data = awkwardBytes(20000);
         const QString local = writeFile(m_dir.filePath("awkward.bin"), data);
         QTemporaryDir project;
         writeFile(project.filePath("main.py"), "print('main')\n");
@@ -167,7 +152,7 @@ private slots:
         QVERIFY(a.isRunning() && b.isRunning() && c.isRunning());
         Ser2Net daemon({a.path(), b.path(), c.path()});
         QVERIFY2(daemon.isRunning(), qPrintable(daemon.log()));
-        const QByteArray data = awkwardData(12000);
+        const QByteArray data = awkwardBytes(12000);
         const QString local = writeFile(m_dir.filePath("three.bin"), data);
         const CliRun r = runCli({"--port", daemon.rfc2217(0), "--port", daemon.rfc2217(1), "--port", daemon.socket(2),
                                  "--type", "esp32", "put", local, "/three.bin"});
@@ -175,7 +160,7 @@ private slots:
         for (VirtualBoard* board : {&a, &b, &c})
             QCOMPARE(readFile(board->dump() + "/three.bin"), data);
 
-        const QByteArray big = awkwardData(200000);
+        const QByteArray big = awkwardBytes(200000);
         const QString bigFile = writeFile(m_dir.filePath("big.bin"), big);
         Background put({"--port", daemon.rfc2217(0), "--type", "esp32", "put", bigFile, "/keep.bin"});
         QVERIFY2(waitFor([&] { return put.err.contains("Start uploading"); }, 30000), put.err.constData());

@@ -9,6 +9,7 @@
 #include <QElapsedTimer>
 #include <QList>
 #include <QProcess>
+#include <QRandomGenerator>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QThread>
@@ -57,6 +58,22 @@ struct Blackhole {
 };
 
 // Runs the event loop until cond holds or ms pass.
+// Every byte value, runs of the bytes a console, Telnet or our framing
+// treats specially, then seeded noise: size bytes.
+inline QByteArray awkwardBytes(int size, quint32 seed = 1)
+{
+    QByteArray data;
+    for (int i = 0; i < 256; ++i)
+        data += static_cast<char>(i);
+    for (const char c : {'\x03', '\x04', '\r', '\n', '\xff', '\x01', '\x15', '\x18', '=', 'X'})
+        data += QByteArray(40, c);
+    data += QByteArray("\xff\x03\r\n\x04\xff\xfa\xf0\r\n>>> \x04>OK#0", 20).repeated(20);
+    QRandomGenerator gen(seed);
+    while (data.size() < size)
+        data += static_cast<char>(gen.bounded(256));
+    return data.left(size);
+}
+
 inline bool waitFor(const std::function<bool()>& cond, int ms = 10000)
 {
     QElapsedTimer timer;
