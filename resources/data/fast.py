@@ -16,8 +16,9 @@ def _fwn():
   import micropython;micropython.kbd_intr;sys.stdin.buffer.readinto;sys.stdout.buffer.write
  except (ImportError,AttributeError):return 0
  p=sys.platform
- if p in('rp2','samd','mimxrt'):return 512
- return 124 if p=='esp8266' else 128
+ if p in('rp2','samd','mimxrt','linux','darwin'):return 512
+ if p in('esp32','pyboard'):return 128
+ return 124 if p=='esp8266' else 60
 def _fpo():
  try:
   import select;P=select.poll();P.register(sys.stdin,select.POLLIN);return P

@@ -1217,10 +1217,6 @@ If not, it will be uploaded to
         <translation>Быстрая передача</translation>
     </message>
     <message>
-        <source>Paste the board scripts once, skip the idle waits, send compressible files deflated, and write each upload beside its target until it checks out: a first copy of a project is many times faster. Leave it off for firmware whose REPL misbehaves without pauses.</source>
-        <translation>Вставлять скрипты платы один раз, пропускать паузы ожидания, отправлять сжимаемые файлы в сжатом виде и записывать каждую загрузку рядом с целевым файлом до его проверки: первое копирование проекта становится во много раз быстрее. Не включайте для прошивок, чей REPL сбоит без пауз.</translation>
-    </message>
-    <message>
         <source>Keep the file actions on after a failed operation</source>
         <translation>Оставлять действия с файлами доступными после неудачной операции</translation>
     </message>
@@ -1243,6 +1239,10 @@ If not, it will be uploaded to
     <message>
         <source>Keep waiting for the board:</source>
         <translation>Продолжать ждать плату:</translation>
+    </message>
+    <message>
+        <source>Paste the board scripts once, skip the idle waits, send file bytes raw over a serial line and compressible files deflated, and write each upload beside its target until it checks out: a first copy of a project is many times faster. Leave it off for firmware whose REPL misbehaves without pauses.</source>
+        <translation>Вставлять скрипты платы один раз, пропускать паузы ожидания, передавать байты файлов по последовательной линии как есть, а сжимаемые файлы в сжатом виде, и записывать каждую загрузку рядом с целевым файлом до его проверки: первое копирование проекта становится во много раз быстрее. Не включайте для прошивок, чей REPL сбоит без пауз.</translation>
     </message>
 </context>
 <context>

@@ -591,8 +591,8 @@ int main(int argc, char* argv[])
     parser.addOption({QStringLiteral("no-missing"), QStringLiteral("sync: skip files the board does not have.")});
     parser.addOption({QStringLiteral("dry-run"), QStringLiteral("sync: compare only, upload nothing.")});
     parser.addOption({QStringLiteral("fast"),
-                      QStringLiteral("Fast transfers (the default): board scripts pasted once, no idle waits, deflated "
-                                     "files, uploads written beside the target and renamed over it once checked, so "
+                      QStringLiteral("Fast transfers (the default): board scripts pasted once, no idle waits, file bytes "
+                                     "raw over serial lines, deflated files, uploads written beside the target and renamed over it once checked, so "
                                      "a cut upload or a full board leaves the old file whole.")});
     parser.addOption({QStringLiteral("no-fast"),
                       QStringLiteral("The window's default transfers: for a board whose firmware cannot run the fast "

@@ -272,7 +272,8 @@ void Preferences::writeSettings()
 
 QString Preferences::fastTransfersTip()
 {
-    return tr("Paste the board scripts once, skip the idle waits, send compressible files deflated, and write "
+    return tr("Paste the board scripts once, skip the idle waits, send file bytes raw over a serial line and "
+              "compressible files deflated, and write "
               "each upload beside its target until it checks out: a first copy of a project is many times "
               "faster. Leave it off for firmware whose REPL misbehaves without pauses.");
 }
