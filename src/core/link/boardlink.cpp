@@ -130,9 +130,7 @@ void BoardLink::setRawStream(bool on)
     m_rawStream = on;
     if (on)
         return;
-    m_recent += m_buffer;
-    findRestart();
-    m_recent = m_recent.right(kSoftReboot.size() + 64);
+    noteRecent(m_buffer);
     splitByState();
 }
 
@@ -252,12 +250,8 @@ void BoardLink::io_ready()
         const QByteArray data = m_transport->readAll();
         m_bytesReceived += static_cast<quint64>(data.size());
         m_buffer.append(data);
-        if (!data.isEmpty() && !m_rawStream) {
-            m_recent += data;
-            findRestart();
-            // Enough of the end for a marker cut between two reads.
-            m_recent = m_recent.right(kSoftReboot.size() + 64);
-        }
+        if (!data.isEmpty() && !m_rawStream)
+            noteRecent(data);
     }
     if (!m_pasting && !m_rawStream)
         splitByState();
@@ -280,6 +274,14 @@ void BoardLink::splitByState()
         bufferSplitBy(kRawEnd);
         break;
     }
+}
+
+void BoardLink::noteRecent(const QByteArray& data)
+{
+    m_recent += data;
+    findRestart();
+    // Enough of the end for a marker cut between two reads.
+    m_recent = m_recent.right(kSoftReboot.size() + 64);
 }
 
 void BoardLink::findRestart()

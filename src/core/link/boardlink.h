@@ -198,6 +198,8 @@ private:
     // Queues one cut piece; false when it was stale input and was dropped.
     bool takePiece(const QByteArray& piece);
     void signalEod();
+    // Adds received bytes to the recent ones and looks there for a restart.
+    void noteRecent(const QByteArray& data);
     // Looks for the signs of a board that restarted in what it just sent.
     void findRestart();
 
