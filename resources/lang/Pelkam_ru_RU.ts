@@ -106,6 +106,34 @@
         <source>error number %1</source>
         <translation>ошибка номер %1</translation>
     </message>
+    <message>
+        <source>the board did not receive the size of the transfer: bytes were lost on the line</source>
+        <translation>плата не получила размер передачи: байты потерялись в линии</translation>
+    </message>
+    <message>
+        <source>the board stopped receiving the data: bytes were lost on the line</source>
+        <translation>плата перестала получать данные: байты потерялись в линии</translation>
+    </message>
+    <message>
+        <source>the board did not receive the closing checksum: bytes were lost on the line</source>
+        <translation>плата не получила итоговую контрольную сумму: байты потерялись в линии</translation>
+    </message>
+    <message>
+        <source>the data arrived damaged: bytes were lost or changed on the line</source>
+        <translation>данные пришли повреждёнными: байты потерялись или изменились в линии</translation>
+    </message>
+    <message>
+        <source>the copy written on the board differs from what was sent</source>
+        <translation>копия, записанная на плату, отличается от отправленной</translation>
+    </message>
+    <message>
+        <source>the transfer was stopped</source>
+        <translation>передача остановлена</translation>
+    </message>
+    <message>
+        <source>the board&apos;s script ended without a verdict</source>
+        <translation>сценарий на плате завершился без результата</translation>
+    </message>
 </context>
 <context>
     <name>BoardFiles</name>
@@ -288,6 +316,14 @@
     <message>
         <source>This board cannot take raw bytes (no micropython.kbd_intr or sys.stdin.buffer): files travel in base64</source>
         <translation>Эта плата не принимает сырые байты (нет micropython.kbd_intr или sys.stdin.buffer): файлы передаются в base64</translation>
+    </message>
+    <message>
+        <source>Cannot upload %1: %2</source>
+        <translation>Не удалось загрузить %1: %2</translation>
+    </message>
+    <message>
+        <source>Cannot upload %1: the board answered &quot;%2&quot;</source>
+        <translation>Не удалось загрузить %1: плата ответила «%2»</translation>
     </message>
 </context>
 <context>

@@ -80,4 +80,26 @@ bool noSpace(const QByteArray& text)
     return errnoIn(text) == kNoSpace;
 }
 
+QString transferFault(const QByteArray& reply)
+{
+    // The status digits our upload scripts send; "8" carries an error text
+    // of its own unless the script ended without a verdict.
+    static const char* const kFaults[] = {
+        nullptr,
+        QT_TRANSLATE_NOOP("BoardErrors", "the board did not receive the size of the transfer: bytes were lost on the line"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the board stopped receiving the data: bytes were lost on the line"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the board did not receive the closing checksum: bytes were lost on the line"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the data arrived damaged: bytes were lost or changed on the line"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the copy written on the board differs from what was sent"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the board ran out of memory"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the transfer was stopped"),
+        QT_TRANSLATE_NOOP("BoardErrors", "the board's script ended without a verdict"),
+    };
+    if (reply.size() < 2 || reply.at(0) != '#' || reply.at(1) < '1' || reply.at(1) > '8')
+        return QString();
+    if (reply.at(1) == '8' && !cleaned(reply.mid(2)).isEmpty())
+        return QString();
+    return QCoreApplication::translate("BoardErrors", kFaults[reply.at(1) - '0']);
+}
+
 } // namespace BoardErrors

@@ -17,4 +17,8 @@ int errnoIn(const QByteArray& text);
 QString explain(const QByteArray& text);
 // True when the text says the board's file system is full.
 bool noSpace(const QByteArray& text);
+// What a transfer script's failing status means ("#4Inv csum 123": the board
+// summed other bytes than were sent), in words; empty for a reply that is no
+// such status (success, or an error text, which explain() words).
+QString transferFault(const QByteArray& reply);
 } // namespace BoardErrors

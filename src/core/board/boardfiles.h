@@ -229,6 +229,8 @@ private:
     QByteArray packForBoard(const QByteArray& raw, bool* deflated);
     // Logs a failed upload: the board's reason, in words, where it gave one.
     void logUploadFailure(const QString& target, bool fast, const QString& failure);
+    // "Invalid reply <hex>. Aborted": an upload's answer that is not the one awaited.
+    static QString invalidReply(const QByteArray& reply);
     void log(const QString& text) { emit logLine(text); }
     // Interrupts our function on the board and swallows its traceback, so a
     // cancel leaves a clean prompt and a clean log.

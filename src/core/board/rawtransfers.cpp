@@ -146,9 +146,7 @@ int BoardFiles::rawUpload(const QByteArray& raw, const QString& target)
 int BoardFiles::rawUploadOnce(const QByteArray& raw, const QByteArray& wire, bool deflated, const QString& target,
                               QString* failure)
 {
-    const auto invalid = [](const QByteArray& reply) {
-        return tr("Invalid reply %1. Aborted").arg(QString::fromLatin1(reply.toHex().toUpper()));
-    };
+    const auto invalid = &BoardFiles::invalidReply;
     m_callSince = m_restarts;
     const RawStreamScope scope(m_link);
     const QString call = QStringLiteral("_fru(%1, %2, %3, %4, %5)")

@@ -20,11 +20,6 @@ constexpr int kBeforeChecksumMs = 400;
 constexpr int kAckTimeoutMs = 1000;
 constexpr int kIdleStepMs = 200;
 constexpr int kIdleLimit = 10;
-
-QString hexUpper(const QByteArray& bytes)
-{
-    return QString::fromLatin1(bytes.toHex().toUpper());
-}
 } // namespace
 
 QByteArray BoardFiles::sizePacket(int length)
@@ -139,27 +134,41 @@ bool BoardFiles::upload(QIODevice* source, const QString& target)
     return fast ? m_link.isOpen() : settleRaw();
 }
 
+QString BoardFiles::invalidReply(const QByteArray& reply)
+{
+    return tr("Invalid reply %1. Aborted").arg(QString::fromLatin1(reply.toHex().toUpper()));
+}
+
 void BoardFiles::logUploadFailure(const QString& target, bool fast, const QString& failure)
 {
     // The board's own reason follows its status digit; the default mode
-    // keeps its "Invalid reply" line and says the reason after it.
+    // keeps its "Invalid reply" line and says the reason after it, the fast
+    // mode says only the reason.
     // A refusal before the first "#9" arrives with the raw REPL's "OK".
-    const QByteArray reply = m_lastReply.startsWith(kRawAccepted) ? m_lastReply.mid(kRawAccepted.size()) : m_lastReply;
-    QByteArray reason = reply.startsWith('#') ? reply.mid(2) : QByteArray();
-    reason.replace(kCtrlD, QByteArray());
-    reason = reason.trimmed();
+    QByteArray reply = m_lastReply.startsWith(kRawAccepted) ? m_lastReply.mid(kRawAccepted.size()) : m_lastReply;
+    reply.replace(kCtrlD, QByteArray());
+    const QByteArray reason = reply.startsWith('#') ? reply.mid(2).trimmed() : QByteArray();
     const bool explained = reply.startsWith("#8") && !reason.isEmpty();
-    if (!fast || !explained)
+    const QString fault = BoardErrors::transferFault(reply);
+    const bool invalid = !m_lastReply.isEmpty() && failure == invalidReply(m_lastReply);
+    if (!fast || !invalid)
         log(failure);
-    if (BoardErrors::noSpace(reason))
+    if (BoardErrors::noSpace(reason)) {
         log(tr("Not enough room on the board"));
-    else if (explained)
+    } else if (explained) {
         log(tr("The board cannot write %1: %2").arg(target, BoardErrors::explain(reason)));
+    } else if (!fault.isEmpty()) {
+        log(tr("Cannot upload %1: %2").arg(target, fault));
+    } else if (fast && invalid) {
+        // Something else answered (a traceback, a stray print): its last line says most.
+        const QStringList lines = BoardErrors::explain(reply).split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+        log(tr("Cannot upload %1: the board answered \"%2\"").arg(target, lines.value(lines.size() - 1).trimmed()));
+    }
 }
 
 QString BoardFiles::sendTransfer(const QByteArray& text, int chunk, bool fast, bool* cancelled, int verifyMs)
 {
-    const auto invalid = [](const QByteArray& reply) { return tr("Invalid reply %1. Aborted").arg(hexUpper(reply)); };
+    const auto invalid = &BoardFiles::invalidReply;
     QByteArray reply;
     QString failure =
         request(sizePacket(text.size()), kSizePacketTimeoutMs, tr("Error while starting the transmission. Aborted"),
