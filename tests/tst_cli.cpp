@@ -369,6 +369,15 @@ void TestCli::backupFaults()
         QVERIFY(r.err.contains("Retrying /data/big.bin"));
         QCOMPARE(files(out.path()), seed);
     }
+    // A listing garbled on its way (a folder's files would be left out
+    // unnoticed): asked again, and all is saved.
+    {
+        VirtualBoard board("esp32", {"--arm-on", "import os,json", "--flip-rx", "30"}, seed);
+        QTemporaryDir out;
+        const Run r = cli({"--port", board.path(), "--no-fast", "backup", "/", out.path()});
+        QVERIFY2(r.code == 0, r.err.constData());
+        QCOMPARE(files(out.path()), seed);
+    }
     // The board drops during the big file: exit 1, nothing half-written.
     {
         VirtualBoard board("esp32", {"--arm-on", "_frd('/data/big.bin')", "--drop-tx", "20000"}, seed);

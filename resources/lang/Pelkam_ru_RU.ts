@@ -39,6 +39,10 @@
         <source>Backed up %1 of %2 files (%3 bytes) from %4 to %5</source>
         <translation>Сохранено файлов: %1 из %2 (%3 байт) из %4 в %5</translation>
     </message>
+    <message>
+        <source>The board did not list %1</source>
+        <translation>Плата не выдала список %1</translation>
+    </message>
 </context>
 <context>
     <name>BoardErrors</name>
@@ -1486,6 +1490,10 @@ If not, it will be uploaded to
     <message>
         <source>%1/ is missing on the board: the sync stops there (tick Create missing folders)</source>
         <translation>%1/ нет на плате: синхронизация остановится там (отметьте «Создавать недостающие папки»)</translation>
+    </message>
+    <message>
+        <source>Nothing more deleted: the board did not list %1</source>
+        <translation>Больше ничего не удалено: плата не выдала список %1</translation>
     </message>
 </context>
 <context>

@@ -258,8 +258,11 @@ int cmdLs(Context& c)
         c.err << "No such board folder: " << dir << '\n';
         return kExitFailed;
     }
-    dirs = c.files.mc_lsdir(dir, MC_LIST_DIRS);
-    printListing(c, dirs, c.files.mc_lsdir(dir, MC_LIST_FILES));
+    if (!c.files.listWhole(dir, &dirs, &files)) {
+        c.err << "The board did not list " << dir << '\n';
+        return kExitFailed;
+    }
+    printListing(c, dirs, files);
     return kExitOk;
 }
 

@@ -502,6 +502,7 @@ QStringList BoardFiles::mc_mounts(bool* ok)
 QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
 {
     const BoardBusy scope(*this);
+    m_listingOk = false;
     QString dir = directory;
     if (dir.size() >= 2 && dir.endsWith(QLatin1Char('/')))
         dir.chop(1);
@@ -540,7 +541,10 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
         return {};
     }
     m_link.processQueue();
-    const QJsonArray all = QJsonDocument::fromJson(line).array();
+    QJsonParseError parsed;
+    const QJsonDocument document = QJsonDocument::fromJson(line, &parsed);
+    m_listingOk = parsed.error == QJsonParseError::NoError && document.isArray();
+    const QJsonArray all = document.array();
     if (!fast)
         return all;
     // A fast upload's temporaries are ours alone: not shown, synced or backed up.
@@ -551,6 +555,18 @@ QJsonArray BoardFiles::mc_lsdir(const QString& directory, MC_LIST_FLAGS flags)
             shown.append(entry);
     }
     return shown;
+}
+
+bool BoardFiles::listWhole(const QString& dir, QJsonArray* dirs, QJsonArray* files)
+{
+    for (const auto& [flags, listing] : {std::make_pair(MC_LIST_DIRS, dirs), std::make_pair(MC_LIST_FILES, files)}) {
+        *listing = mc_lsdir(dir, flags);
+        if (!m_listingOk && m_link.isOpen() && !m_cancel)
+            *listing = mc_lsdir(dir, flags);
+        if (!m_listingOk)
+            return false;
+    }
+    return true;
 }
 
 void BoardFiles::updateMcDir(QString path)

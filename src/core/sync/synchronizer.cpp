@@ -274,10 +274,14 @@ bool Synchronizer::prune(const QString& source, const QString& destination, cons
         *emptied = false;
         return true;
     }
-    const QJsonArray folders = m_files.mc_lsdir(dir, MC_LIST_DIRS);
-    const QJsonArray plain = m_files.mc_lsdir(dir, MC_LIST_FILES);
-    if (!m_files.link().isOpen())
+    QJsonArray folders;
+    QJsonArray plain;
+    if (!m_files.listWhole(dir, &folders, &plain)) {
+        // An empty answer would make the folder look empty, and removable.
+        if (m_files.link().isOpen())
+            log(tr("Nothing more deleted: the board did not list %1").arg(dir));
         return false;
+    }
     const auto remove = [&](const QString& rel, bool isDir) {
         if (m_files.cancelRequested())
             return false;

@@ -28,12 +28,14 @@ bool BoardBackup::walk(const QString& boardDir, const QString& relative, const Q
     const auto child = [&relative](const QString& name) {
         return relative.isEmpty() ? name : relative + QLatin1Char('/') + name;
     };
-    const QJsonArray folders = m_files.mc_lsdir(dir, MC_LIST_DIRS);
-    if (!m_files.link().isOpen())
+    // A listing that did not come whole would leave files out unnoticed.
+    QJsonArray folders;
+    QJsonArray plain;
+    if (!m_files.listWhole(dir, &folders, &plain)) {
+        if (m_files.link().isOpen())
+            log(tr("The board did not list %1").arg(dir));
         return false;
-    const QJsonArray plain = m_files.mc_lsdir(dir, MC_LIST_FILES);
-    if (!m_files.link().isOpen())
-        return false;
+    }
     for (const QJsonValue& value : plain) {
         const QJsonObject o = value.toObject();
         const QString name = o.value(QStringLiteral("n")).toString();
