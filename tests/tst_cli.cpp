@@ -378,6 +378,15 @@ void TestCli::backupFaults()
         QVERIFY2(r.code == 0, r.err.constData());
         QCOMPARE(files(out.path()), seed);
     }
+    // A board that stops answering at the listing: a failed backup that says
+    // why, not an empty one.
+    {
+        VirtualBoard board("esp32", {"--arm-on", "import os,json", "--mute-after", "0"}, seed);
+        QTemporaryDir out;
+        const Run r = cli({"--port", board.path(), "--no-fast", "backup", "/", out.path()});
+        QCOMPARE(r.code, 1);
+        QVERIFY2(r.err.contains("The board did not list /"), r.err.constData());
+    }
     // The board drops during the big file: exit 1, nothing half-written.
     {
         VirtualBoard board("esp32", {"--arm-on", "_frd('/data/big.bin')", "--drop-tx", "20000"}, seed);

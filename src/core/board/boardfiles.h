@@ -107,13 +107,10 @@ public:
     // the full listing must tidy them first. *exists is false for no folder.
     bool listQuickly(const QString& directory, QJsonArray* dirs, QJsonArray* files, bool* exists);
     QJsonArray mc_lsdir(const QString& dir, MC_LIST_FLAGS flags);
-    // False when the last mc_lsdir got no whole JSON list (no answer, an error,
-    // a line cut or garbled on its way): its empty array then means nothing,
-    // and whoever copies or deletes by it must not go on.
-    bool lastListingOk() const { return m_listingOk; }
     // A folder's folders and files (mc_lsdir), for those who copy or delete
-    // by them: each list is asked for once more when its answer was not
-    // whole. False when one still was not.
+    // by them: each list is asked for once more when its answer was not a
+    // whole JSON list (no answer, an error, a line cut or garbled on its way),
+    // whose empty array would mean nothing. False when one still was not.
     bool listWhole(const QString& dir, QJsonArray* dirs, QJsonArray* files);
     // Where the board mounts its file systems ("/flash", "/sd"); may be empty.
     // ok (when given) is false when the board did not answer or could not tell.
@@ -255,7 +252,7 @@ private:
     bool m_cancel = false;
     bool m_cancelLogged = false;
     bool m_lastDownloadOk = false;
-    bool m_listingOk = false;
+    bool m_listingOk = false; // the last mc_lsdir got a whole JSON list
     bool m_localWriteFailed = false;
     BoardOptions m_options;
     QSet<QString> m_pasted; // scripts the board holds, in fast mode
