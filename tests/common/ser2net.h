@@ -2,11 +2,12 @@
 
 #include "testsupport.h"
 
+#include <QFile>
 #include <QFileInfo>
+#include <QSet>
 #include <QProcess>
 #include <QStandardPaths>
 #include <QTcpServer>
-#include <QTcpSocket>
 
 // Debian's ser2net in front of local serial devices (the virtual board's
 // pty), started with a configuration of its own so the system's is never
@@ -60,15 +61,15 @@ public:
         m_process.start(QStringLiteral("ser2net"), args);
         if (!m_process.waitForStarted(5000))
             return false;
+        // Ready once every accepter listens. A probe connection would open the
+        // device, and ser2net refuses the next client for as long as it takes
+        // to close it again ("Port's device already in use").
         return waitFor(
             [this] {
-                for (const quint16 port : qAsConst(m_ports)) {
-                    QTcpSocket probe;
-                    probe.connectToHost(m_host, port);
-                    if (!probe.waitForConnected(200))
+                const QSet<quint16> open = listening();
+                for (const quint16 port : qAsConst(m_ports))
+                    if (!open.contains(port))
                         return false;
-                    probe.abort();
-                }
                 return true;
             },
             10000);
@@ -92,6 +93,24 @@ public:
     }
 
 private:
+    // Local TCP ports in the LISTEN state, from the kernel's own tables.
+    static QSet<quint16> listening()
+    {
+        QSet<quint16> ports;
+        for (const char* table : {"/proc/net/tcp", "/proc/net/tcp6"}) {
+            QFile file(QString::fromLatin1(table));
+            if (!file.open(QIODevice::ReadOnly))
+                continue;
+            // "  0: 0100007F:1F90 00000000:0000 0A ...": local address, remote, state.
+            for (const QByteArray& line : file.readAll().split('\n')) {
+                const QList<QByteArray> fields = line.simplified().split(' ');
+                if (fields.size() > 3 && fields.at(3) == "0A")
+                    ports.insert(static_cast<quint16>(fields.at(1).mid(fields.at(1).lastIndexOf(':') + 1).toUInt(nullptr, 16)));
+            }
+        }
+        return ports;
+    }
+
     static quint16 freePort()
     {
         QTcpServer server;
