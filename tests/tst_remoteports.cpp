@@ -140,6 +140,15 @@ private slots:
             }
         }
         QCOMPARE(readFile(board.dump() + "/r1.bin"), data);
+
+        // A device someone else holds: the server's own words, not just "closed".
+        QTcpSocket holder;
+        holder.connectToHost(QHostAddress::LocalHost, QUrl(daemon.socket(1)).port());
+        QVERIFY(holder.waitForConnected(5000));
+        QTest::qWait(300);
+        const CliRun busy = runCli({"--port", daemon.rfc2217(1), "--type", "esp32", "ls", "/"});
+        QVERIFY2(busy.code != 0 && busy.err.contains("the server said \"Port's device already in use\""),
+                 busy.err.constData());
     }
 
     // Three boards behind one port server, served at once; then the server

@@ -1510,6 +1510,10 @@ If not, it will be uploaded to
         <source>The connection to %1 closed: %2</source>
         <translation>Соединение с %1 закрыто: %2</translation>
     </message>
+    <message>
+        <source> (the server said &quot;%1&quot;)</source>
+        <translation> (сервер ответил: «%1»)</translation>
+    </message>
 </context>
 <context>
     <name>Transports</name>

@@ -19,6 +19,9 @@ constexpr int kKeepIdleS = 4;
 constexpr int kKeepIntervalS = 1;
 constexpr int kKeepCount = 5;
 constexpr unsigned int kUnackedMs = 10000;
+// A server's refusal comes at once and is one short line of text.
+constexpr int kRefusalMs = 2000;
+constexpr int kHeardMax = 160;
 
 QByteArray bytes(std::initializer_list<unsigned char> list)
 {
@@ -209,6 +212,8 @@ bool TcpSerialTransport::open()
     tune(socket);
     m_telnet = TelnetComPort();
     m_pending.clear();
+    m_heard.clear();
+    m_opened.start();
     connect(socket, &QTcpSocket::readyRead, this, &TcpSerialTransport::received);
     connect(socket, &QTcpSocket::disconnected, this, &TcpSerialTransport::gone);
     connect(socket, &QAbstractSocket::errorOccurred, this, &TcpSerialTransport::gone);
@@ -227,16 +232,18 @@ void TcpSerialTransport::received()
     if (!m_socket)
         return;
     const QByteArray in = m_socket->readAll();
-    if (m_mode == Mode::Raw) {
-        m_pending += in;
-    } else {
-        QByteArray reply;
-        m_pending += m_telnet.decode(in, &reply);
-        if (!reply.isEmpty()) {
-            m_socket->write(reply);
-            m_socket->flush();
-        }
+    QByteArray reply;
+    const QByteArray data = m_mode == Mode::Raw ? in : m_telnet.decode(in, &reply);
+    // Kept before answering: an answer that meets a closed connection ends it at once.
+    if (m_heard.size() <= kHeardMax)
+        m_heard += data.left(kHeardMax + 1 - m_heard.size());
+    if (!reply.isEmpty()) {
+        m_socket->write(reply);
+        m_socket->flush();
     }
+    if (!m_socket)
+        return;
+    m_pending += data;
     if (!m_pending.isEmpty())
         emit readyRead();
 }
@@ -246,9 +253,26 @@ void TcpSerialTransport::gone()
     if (!m_open)
         return;
     m_open = false;
-    const QString why = tr("The connection to %1 closed: %2").arg(m_name, m_socket->errorString());
+    QString why = tr("The connection to %1 closed: %2").arg(m_name, m_socket->errorString());
+    const QString said = refusal();
+    if (!said.isEmpty())
+        why += tr(" (the server said \"%1\")").arg(said);
     m_error = why;
     emit dropped(why);
+}
+
+QString TcpSerialTransport::refusal() const
+{
+    if (!m_opened.isValid() || m_opened.elapsed() > kRefusalMs || m_heard.size() > kHeardMax)
+        return QString();
+    for (const char c : m_heard)
+        if ((c < 0x20 || c > 0x7e) && c != '\r' && c != '\n' && c != '\t')
+            return QString();
+    const QList<QByteArray> lines = m_heard.split('\n');
+    for (auto line = lines.crbegin(); line != lines.crend(); ++line)
+        if (!line->trimmed().isEmpty())
+            return QString::fromLatin1(line->trimmed());
+    return QString();
 }
 
 void TcpSerialTransport::close()

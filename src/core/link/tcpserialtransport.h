@@ -2,6 +2,7 @@
 
 #include "boardtransport.h"
 
+#include <QElapsedTimer>
 #include <QSet>
 #include <QUrl>
 
@@ -100,9 +101,14 @@ public:
 private:
     void received();
     void gone();
+    // The text a port server sent before it closed a connection it had just
+    // accepted (ser2net: "Port's device already in use"), or nothing.
+    QString refusal() const;
 
     const Mode m_mode;
     qint32 m_baud = 115200;
     std::unique_ptr<QTcpSocket> m_socket;
     TelnetComPort m_telnet;
+    QElapsedTimer m_opened;
+    QByteArray m_heard; // the first bytes after opening
 };
