@@ -712,7 +712,9 @@ int main(int argc, char* argv[])
     const bool quick = entry.quick && files.fastTransfers();
     if (!(quick && link.enterRawQuickly()) && link.mc_stop(true) != MC_STOPPED) {
         sink.release();
-        err << "MC is not responding\n";
+        // A closed connection has already said why.
+        if (link.isOpen())
+            err << "MC is not responding\n";
         return stopRequested() ? stopped() : kExitFailed;
     }
     QCoreApplication::processEvents();

@@ -277,6 +277,9 @@ QString TcpSerialTransport::refusal() const
 
 void TcpSerialTransport::close()
 {
+    // After a drop the socket may still say "connected" while Qt has already
+    // let go of its descriptor: nothing more is written then.
+    const bool alive = m_open;
     m_open = false;
     m_pending.clear();
     if (!m_socket)
@@ -284,7 +287,7 @@ void TcpSerialTransport::close()
     QTcpSocket* socket = m_socket.release();
     socket->disconnect(this);
     disconnect(socket, nullptr, this, nullptr);
-    if (socket->state() == QAbstractSocket::ConnectedState) {
+    if (alive && socket->state() == QAbstractSocket::ConnectedState) {
         if (m_mode == Mode::Rfc2217)
             socket->write(TelnetComPort::closing());
         // Whatever is still queued goes out before the FIN.
