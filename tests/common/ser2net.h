@@ -4,8 +4,8 @@
 
 #include <QFile>
 #include <QFileInfo>
-#include <QSet>
 #include <QProcess>
+#include <QSet>
 #include <QStandardPaths>
 #include <QTcpServer>
 
@@ -104,8 +104,10 @@ private:
             // "  0: 0100007F:1F90 00000000:0000 0A ...": local address, remote, state.
             for (const QByteArray& line : file.readAll().split('\n')) {
                 const QList<QByteArray> fields = line.simplified().split(' ');
-                if (fields.size() > 3 && fields.at(3) == "0A")
-                    ports.insert(static_cast<quint16>(fields.at(1).mid(fields.at(1).lastIndexOf(':') + 1).toUInt(nullptr, 16)));
+                if (fields.size() > 3 && fields.at(3) == "0A") {
+                    const QByteArray& local = fields.at(1);
+                    ports.insert(static_cast<quint16>(local.mid(local.lastIndexOf(':') + 1).toUInt(nullptr, 16)));
+                }
             }
         }
         return ports;
