@@ -125,3 +125,8 @@ void VirtualBoard::hardReset()
 {
     ::kill(static_cast<pid_t>(m_process.processId()), SIGWINCH);
 }
+
+void VirtualBoard::freeze(bool frozen)
+{
+    ::kill(static_cast<pid_t>(m_process.processId()), frozen ? SIGSTOP : SIGCONT);
+}

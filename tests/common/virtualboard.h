@@ -27,6 +27,9 @@ public:
     void unplug();
     // A hard reset that the port survives (EN button, watchdog, brown-out).
     void hardReset();
+    // The board's process stopped, then let go on: nothing is read meanwhile,
+    // and what arrived lands at once (Wi-Fi power save holds packets so).
+    void freeze(bool frozen);
 
     static QString sourceDir();
     static QStringList rudeArgs();

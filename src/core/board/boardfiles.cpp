@@ -213,7 +213,7 @@ bool BoardFiles::execute_script(const QString& path)
         return false;
     m_link.processQueue();
     m_link.setState(MC_REPL);
-    if (!m_link.write(script + kCtrlD)) {
+    if (!m_link.writeScript(script + kCtrlD)) {
         m_link.setState(MC_RAW);
         log(tr("Cannot upload script %1").arg(path));
         return false;

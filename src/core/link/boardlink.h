@@ -51,6 +51,10 @@ public:
     bool pasteCommands() const { return m_pasteCommands; }
 
     bool write(const QByteArray& data);
+    // A script run in the raw REPL whose answer is read as lines (Run): as
+    // write(), but behind a small input ring a long one goes in acknowledged
+    // pieces, since the silent raw REPL gives nothing else to pace by.
+    bool writeScript(const QByteArray& command);
     // Files beside the console, where the transport can carry them (WebREPL).
     bool canPutFiles() const;
     int putPathLimit() const;

@@ -131,6 +131,15 @@ bool BoardLink::write(const QByteArray& data)
     return isOpen();
 }
 
+bool BoardLink::writeScript(const QByteArray& command)
+{
+    const int window = m_transport->inputWindow();
+    if (window <= 0 || command.size() <= window || !command.endsWith(kCtrlD))
+        return write(command);
+    noteSent(command);
+    return pasteAcked(command.chopped(1)) == Pasted;
+}
+
 bool BoardLink::send(const QByteArray& data)
 {
     noteSent(data);
