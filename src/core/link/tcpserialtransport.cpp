@@ -263,7 +263,7 @@ void TcpSerialTransport::gone()
 
 QString TcpSerialTransport::refusal() const
 {
-    if (!m_opened.isValid() || m_opened.elapsed() > kRefusalMs || m_heard.size() > kHeardMax)
+    if (m_opened.elapsed() > kRefusalMs || m_heard.size() > kHeardMax)
         return QString();
     for (const char c : m_heard)
         if ((c < 0x20 || c > 0x7e) && c != '\r' && c != '\n' && c != '\t')
